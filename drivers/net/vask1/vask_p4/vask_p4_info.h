@@ -85,20 +85,17 @@ struct vask_p4_meter_cfg_entry {
 };
 
 struct vask_p4_meter_profile_node {
-	TAILQ_ENTRY(vask_p4_meter_profile_node)
-	next;
+	TAILQ_ENTRY(vask_p4_meter_profile_node) next;
 	struct vask_p4_meter_profile data;
 };
 
 struct vask_p4_meter_policy_node {
-	TAILQ_ENTRY(vask_p4_meter_policy_node)
-	next;
+	TAILQ_ENTRY(vask_p4_meter_policy_node) next;
 	struct vask_p4_meter_policy data;
 };
 
 struct vask_p4_meter_cfg_node {
-	TAILQ_ENTRY(vask_p4_meter_cfg_node)
-	next;
+	TAILQ_ENTRY(vask_p4_meter_cfg_node) next;
 	struct vask_p4_meter_cfg_entry data;
 };
 
