@@ -1,0 +1,20 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+#include <pthread.h>
+
+#include "vask_port.h"
+
+struct vask_port_list vask_ports = TAILQ_HEAD_INITIALIZER(vask_ports);
+
+static pthread_mutex_t control_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+void
+vask_control_lock()
+{
+	pthread_mutex_lock(&control_mutex);
+}
+
+void
+vask_control_unlock()
+{
+	pthread_mutex_unlock(&control_mutex);
+}
