@@ -5,7 +5,9 @@
 /**
  * @file
  * The software card: what stands behind the driver's lower layers when there is no card, as the port that
- * carries its packets sees it. The lower-layer operations themselves are declared in the seam's headers.
+ * carries its packets sees it. The lower-layer operations themselves are declared in the seam's headers,
+ * delay queues in softcard_shaper.h, views of the tables in softcard_view.h, injected faults in
+ * softcard_fault.h and the trace of operations in softcard_trace.h.
  *
  * Control calls (start, stop, instance records) are for one control thread at a time. Packet calls take no
  * lock of the control path; any number of threads may make them, on any port and queue, while control
@@ -18,16 +20,21 @@
 
 struct rte_mbuf;
 
+constexpr uint32_t SOFTCARD_ENGINES = 2; /* indexed by enum vask_p4_mep_dir */
 constexpr uint32_t SOFTCARD_PROFILES = 256;
 constexpr uint32_t SOFTCARD_POLICIES = 256;
 constexpr uint32_t SOFTCARD_METERS = 4096;
 constexpr uint32_t SOFTCARD_PORTS = 16384; /* the 14 bits of a source-port number */
 constexpr uint16_t SOFTCARD_BURST_MAX = 64;
 
-/** Powers the card up: every table empty, every counter zero. 0, or -ENOMEM. */
+/**
+ * Powers the card up: every table empty, every counter zero, no fault set.
+ *
+ * @return 0; -EALREADY when it is up; -ENOMEM.
+ */
 int softcard_start();
 
-/** Powers the card down; no packet call may be under way. */
+/** Powers the card down and frees its tables; no other call may be under way. Harmless when it is down. */
 void softcard_stop();
 
 /**
@@ -35,17 +42,28 @@ void softcard_stop();
  *
  * A record that becomes valid starts with full buckets and zero counters. One that was valid keeps its
  * counters and its levels, cut to the new bursts. Buckets and counters of the record handed in are not read.
+ *
+ * @return 0; -EINVAL for an unknown engine or a null record; -ERANGE for an index past the table; -ENODEV
+ *   when the card is down.
  */
 int softcard_meter_inst_write(
 	int dir, uint32_t hw_meter_id, const struct vask_p4_mep_meter_inst_table *inst);
 
-/** Clears an engine's meter instance, counters included. */
+/** Clears an engine's meter instance, counters included. Results as of softcard_meter_inst_write(). */
 int softcard_meter_inst_clear(int dir, uint32_t hw_meter_id);
 
-/** The hardware meter bound to a port's whole traffic in one direction, or 0. Safe from any thread. */
+/**
+ * The hardware meter bound to a port's whole traffic in one direction, or 0.
+ *
+ * Ingress: the meter output that the engine holds for the port. Egress: metering_info0 of the port's
+ * transmit input-port entry. One relaxed load; safe from any thread.
+ */
 uint32_t softcard_port_meter(int dir, uint16_t port_sfi);
 
-/** A burst on its way through an engine. */
+/**
+ * A burst on its way through an engine. The arrays run side by side: element i of each belongs to packet i.
+ * Only the first n elements are read.
+ */
 struct softcard_burst {
 	uint16_t n; /* packets, at most SOFTCARD_BURST_MAX */
 	struct rte_mbuf *pkts[SOFTCARD_BURST_MAX];
@@ -53,21 +71,33 @@ struct softcard_burst {
 	uint32_t hw_meter_id[SOFTCARD_BURST_MAX]; /* the meter of each; 0: unmetered */
 	uint16_t
 		taken_off[SOFTCARD_BURST_MAX]; /* bytes the port took off each frame (a VLAN tag) */
+	uint16_t tag[SOFTCARD_BURST_MAX];      /* the caller's own (a queue, say), carried along */
 };
 
 /**
- * Meters a burst: colours each packet, rewrites its DSCP or drops it as the meter's policy says, and counts.
- * Dropped packets are freed; those that stay close up in pkts (and in now_ns and taken_off) in order.
+ * Meters a burst: colours each packet, rewrites its DSCP as the meter's policy says, and counts.
  *
- * @return packets dropped.
+ * Packets that the policy drops are counted as dropped and named in the result; they stay where they are
+ * and stay the caller's, who calls softcard_burst_drop(). A packet whose header other mbufs share is
+ * replaced in pkts by one with a header of its own before its DSCP is rewritten.
+ *
+ * @return one bit for each packet that is to be dropped, bit i for packet i.
  */
-uint16_t softcard_meter_burst(int dir, struct softcard_burst *burst);
+uint64_t softcard_meter_burst(int dir, struct softcard_burst *burst);
 
 /**
- * Drops the frames that are longer than the port's MTU allows, as softcard_meter_burst() drops.
+ * Finds the frames that are longer than the port's MTU allows: MTU + 14 + 4 for each VLAN tag, once an MTU
+ * has been written. Counts nothing.
  *
- * @return packets dropped.
+ * @return one bit for each frame that is to be dropped, bit i for packet i.
  */
-uint16_t softcard_mtu_burst(uint16_t port_sfi, struct softcard_burst *burst);
+uint64_t softcard_mtu_burst(uint16_t port_sfi, const struct softcard_burst *burst);
+
+/**
+ * Frees the packets whose bits are set and closes the others up in all arrays, in order.
+ *
+ * @return packets freed.
+ */
+uint16_t softcard_burst_drop(struct softcard_burst *burst, uint64_t drop_mask);
 
 #endif /* SOFTCARD_H */
