@@ -7,6 +7,8 @@
  * DPDK's driver headers, and all that differs between the DPDK releases that the driver is built against.
  */
 
+#include <cstddef>
+
 #include <rte_version.h>
 
 /* The driver headers got their own extern "C" only after 21.11. */
@@ -22,7 +24,22 @@ extern "C" {
 #include <rte_dev.h>
 #endif
 #include <rte_flow_driver.h>
+#include <rte_mtr.h>
 #include <rte_mtr_driver.h>
 }
+
+/* The driver's DPDK ends struct rte_mtr_params with a field of its own. */
+static_assert(offsetof(struct rte_mtr_params, direction) >
+		offsetof(struct rte_mtr_params, meter_policy_id),
+	"rte_mtr.h without the direction field: the installed header was found first");
+#if RTE_VERSION >= RTE_VERSION_NUM(22, 11, 0, 0)
+static_assert(
+	sizeof(struct rte_mtr_params) == 56 && offsetof(struct rte_mtr_params, direction) == 48,
+	"struct rte_mtr_params");
+#else
+static_assert(
+	sizeof(struct rte_mtr_params) == 40 && offsetof(struct rte_mtr_params, direction) == 36,
+	"struct rte_mtr_params");
+#endif
 
 #endif /* VASK_DPDK_H */
