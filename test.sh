@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Usage: ./test.sh [--sanitize | --coverage] [--help] [TEST...]
+#
+# Installs what is needed (Debian; root or sudo), builds, runs every test, or those named, and ends with
+# "N passed, N failed, N skipped".
+#
+#   --sanitize   in a build with AddressSanitizer and UndefinedBehaviorSanitizer (build-sanitize)
+#   --coverage   in a build that counts (build-coverage); prints line and branch coverage of the module
+set -euo pipefail
+cd "$(dirname "$0")"
+
+dir=build
+options=()
+packages=(g++ meson ninja-build pkg-config dpkg-dev python3 libdpdk-dev libpcap-dev libgtest-dev libgmock-dev
+	dpdk dpdk-dev)
+while [ $# -gt 0 ]; do
+	case $1 in
+	--sanitize)
+		dir=build-sanitize
+		options=("-Db_sanitize=address,undefined" -Db_lundef=false)
+		;;
+	--coverage)
+		dir=build-coverage
+		options=(-Db_coverage=true -Dbuildtype=debug)
+		packages+=(gcovr)
+		;;
+	-h | --help)
+		sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
+		exit 0
+		;;
+	-*)
+		sed -n 's/^# Usage/usage/p' "$0" >&2
+		exit 2
+		;;
+	*) break ;;
+	esac
+	shift
+done
+
+scripts/install-packages "${packages[@]}"
+scripts/build "$dir" "${options[@]}"
+
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:strict_string_checks=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
+if [ "$dir" = build-coverage ]; then
+	find "$dir" -name '*.gcda' -delete
+fi
+rm -f "$dir"/meson-logs/testlog*
+meson test -C "$dir" --no-rebuild --print-errorlogs "$@" || true
+
+if [ "$dir" = build-coverage ]; then
+	gcovr --root . --object-directory "$dir" --filter 'drivers/net/vask1/vask_p4/' --exclude-throw-branches
+	gcovr --root . --object-directory "$dir" --filter 'drivers/net/vask1/vask_p4/' --exclude-throw-branches \
+		--branches
+fi
+scripts/test-tally "$dir"
