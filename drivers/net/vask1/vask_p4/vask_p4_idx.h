@@ -21,17 +21,17 @@ typedef struct HBitmap HBitmap;
 
 /** One pool. The allocator alone reads or writes its fields. */
 typedef struct VASK_P4_INDEXSTACK_MANAGER {
-	HBitmap *hb;                   /* which indexes are in use */
+	HBitmap *hb;                   /* a bitmap of used indexes, where an allocator keeps one */
 	uint32_t h_mem_size;           /* bytes of hb */
 	uint32_t h_serialize_size;     /* bytes of hb when serialised */
 	uint32_t total_serialize_size; /* bytes of the whole pool when serialised */
-	unsigned long *bits;           /* the stack of free indexes, one a word */
-	uint32_t s_mem_size;           /* bytes of bits */
-	uint32_t capacity;             /* indexes in the pool */
+	unsigned long *bits; /* the stack of free indexes, and the place of each index in it */
+	uint32_t s_mem_size; /* bytes of bits */
+	uint32_t capacity;   /* indexes in the pool */
 	uint32_t old_size;
 	int granularity;
-	uint32_t phead; /* where the next index is taken */
-	uint32_t ptail; /* where a freed index is put */
+	uint32_t phead; /* where the stack is pushed and popped */
+	uint32_t ptail; /* its other end */
 	uint32_t freenum;
 	uint32_t usednum;
 	pthread_mutex_t lock;
