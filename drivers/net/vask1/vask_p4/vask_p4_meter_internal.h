@@ -22,6 +22,7 @@ extern "C" {
 }
 
 #include "vask_dev_cmds.h"
+#include "vask_p4_log.h"
 #include "vask_p4_meter.h"
 
 #pragma GCC visibility push(hidden)
