@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Usage: ./run.sh [REPLAY-OPTION...] | ./run.sh testpmd [TESTPMD-OPTION...] | ./run.sh --help
+#
+# Installs what is needed (Debian; root or sudo), builds, and sends a recorded capture through metered
+# ports on the software card: prints what each meter did, and where the outgoing packets lie.
+#
+#   testpmd   opens an interactive dpdk-testpmd on the same card instead, its port fed by the same capture
+set -euo pipefail
+cd "$(dirname "$0")"
+
+capture=tests/data/iperf3.pcap
+config=examples/replay.conf
+packages=(g++ meson ninja-build pkg-config dpkg-dev python3 libdpdk-dev libpcap-dev)
+
+case ${1-} in
+-h | --help)
+	sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
+	exit 0
+	;;
+testpmd) packages+=(dpdk dpdk-dev) ;;
+esac
+
+scripts/install-packages "${packages[@]}"
+scripts/build build -Dtests="$(pkg-config --exists gtest && echo true || echo false)"
+
+if [ "${1-}" != testpmd ]; then
+	exec build/app/vask-meter/vask-meter replay "$config" "$capture" -o build/out.pcap "$@"
+fi
+shift
+
+# testpmd wants two lcores; where the process may use one CPU only, both share it
+allowed=$(awk '/^Cpus_allowed_list/ { print $2 }' /proc/self/status)
+echo "packets leave to build/testpmd-out.pcap; type 'start' to forward, 'quit' to end" >&2
+exec dpdk-testpmd --lcores "0@${allowed%%[-,]*},1@${allowed##*[-,]}" --no-huge --no-pci -m 512 \
+	--file-prefix "vask-$$" -d build/drivers/librte_net_vask1.so \
+	--vdev net_vask1_0,uplink=net_pcap0,clock=capture \
+	--vdev "net_pcap0,rx_pcap=$capture,tx_pcap=build/testpmd-out.pcap" \
+	-- -i --no-flush-rx --total-num-mbufs=16384 "$@"
