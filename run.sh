@@ -10,23 +10,21 @@ cd "$(dirname "$0")"
 
 capture=tests/data/iperf3.pcap
 config=examples/replay.conf
-packages=(g++ meson ninja-build pkg-config dpkg-dev python3 libdpdk-dev libpcap-dev)
 
 case ${1-} in
 -h | --help)
 	sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
 	exit 0
 	;;
-testpmd) packages+=(dpdk dpdk-dev) ;;
 esac
 
-scripts/install-packages "${packages[@]}"
-scripts/build build -Dtests="$(pkg-config --exists gtest && echo true || echo false)"
-
 if [ "${1-}" != testpmd ]; then
+	scripts/build build -- app/vask-meter/vask-meter
 	exec build/app/vask-meter/vask-meter replay "$config" "$capture" -o build/out.pcap "$@"
 fi
 shift
+scripts/install-packages dpdk-dev
+scripts/build build -- drivers/librte_net_vask1.so
 
 # testpmd wants two lcores; where the process may use one CPU only, both share it
 allowed=$(awk '/^Cpus_allowed_list/ { print $2 }' /proc/self/status)

@@ -11,8 +11,7 @@ cd "$(dirname "$0")"
 
 dir=build
 options=()
-packages=(g++ meson ninja-build pkg-config dpkg-dev python3 libdpdk-dev libpcap-dev libgtest-dev libgmock-dev
-	dpdk dpdk-dev python3-pyelftools)
+packages=(dpdk dpdk-dev python3-pyelftools)
 while [ $# -gt 0 ]; do
 	case $1 in
 	--sanitize)
