@@ -28,13 +28,16 @@ constexpr uint32_t SOFTCARD_PORTS = 16384; /* the 14 bits of a source-port numbe
 constexpr uint16_t SOFTCARD_BURST_MAX = 64;
 
 /**
- * Powers the card up: every table empty, every counter zero, no fault set.
+ * Powers the card up: every table empty, every counter zero.
  *
  * @return 0; -EALREADY when it is up; -ENOMEM.
  */
 int softcard_start();
 
-/** Powers the card down and frees its tables; no other call may be under way. Harmless when it is down. */
+/**
+ * Powers the card down: frees its tables and lifts all faults. No other call may be under way. Harmless when
+ * it is down.
+ */
 void softcard_stop();
 
 /**

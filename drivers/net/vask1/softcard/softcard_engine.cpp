@@ -1,0 +1,150 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+
+/* Packets through an engine. */
+
+#include <rte_ether.h>
+#include <rte_mbuf.h>
+#include <rte_prefetch.h>
+
+#include "softcard_frame.h"
+#include "softcard_internal.h"
+
+/* How many packets ahead their meters are called into the cache. */
+static constexpr uint16_t AHEAD = 8;
+
+/* What a policy does with each colour. */
+struct color_actions {
+	std::array<uint8_t, 4> action; /* enum softcard_action by enum rte_color */
+	std::array<uint8_t, 4> dscp;
+};
+
+static struct color_actions
+policy_actions(const struct vask_p4_mep_meter_policy_table &policy)
+{
+	return {{static_cast<uint8_t>(policy.green_action),
+			static_cast<uint8_t>(policy.yellow_action),
+			static_cast<uint8_t>(policy.red_action)},
+		{static_cast<uint8_t>(policy.green_dscp), static_cast<uint8_t>(policy.yellow_dscp),
+			static_cast<uint8_t>(policy.red_dscp)}};
+}
+
+static void
+prefetch_meter(const struct softcard_meter *meters, uint32_t hw_meter_id)
+{
+	if (hw_meter_id >= SOFTCARD_METERS)
+		return;
+	rte_prefetch0(&meters[hw_meter_id]);
+	rte_prefetch0(&meters[hw_meter_id].packets);
+}
+
+/* Meters packets [first, end) of a burst, which share a meter. Returns the mask of those to be dropped. */
+static uint64_t
+meter_run(struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first, uint16_t end)
+{
+	uint64_t drop_mask = 0;
+
+	rte_spinlock_lock(&meter.lock);
+	if (!meter.metering) {
+		rte_spinlock_unlock(&meter.lock);
+		return 0;
+	}
+	const struct softcard_bucket_params params = meter.params;
+	const struct color_actions actions = policy_actions(meter.policy);
+	struct softcard_bucket_state state = meter.state;
+
+	for (uint16_t i = first; i < end; i++) {
+		struct rte_mbuf *pkt = burst->pkts[i];
+		const uint32_t length = rte_pktmbuf_pkt_len(pkt) +
+			(meter.original_length ? burst->taken_off[i] : 0);
+		const enum rte_color in =
+			meter.color_aware ? softcard_frame_color(pkt) : RTE_COLOR_GREEN;
+		const enum rte_color color = softcard_bucket_check(
+			params, state, burst->now_ns[i], in, softcard_bucket_cost(params, length));
+		const uint64_t dropped = actions.action[color] == SOFTCARD_ACTION_DROP;
+
+		rte_mbuf_sched_color_set(pkt, color);
+		meter.packets[color]++;
+		meter.bytes[color] += length;
+		meter.dropped_packets += dropped;
+		meter.dropped_bytes += length & -dropped;
+		drop_mask |= dropped << i;
+		if (actions.action[color] == SOFTCARD_ACTION_DSCP)
+			meter.rewritten +=
+				softcard_frame_dscp_write(&burst->pkts[i], actions.dscp[color]);
+	}
+	meter.state = state;
+	rte_spinlock_unlock(&meter.lock);
+	return drop_mask;
+}
+
+uint64_t
+softcard_meter_burst(int dir, struct softcard_burst *burst)
+{
+	if (softcard_engine_check(dir, 0, 1) != 0)
+		return 0;
+
+	struct softcard_meter *meters = softcard->engines[dir].meters;
+	uint64_t drop_mask = 0;
+
+	for (uint16_t i = 0; i < RTE_MIN(AHEAD, burst->n); i++)
+		prefetch_meter(meters, burst->hw_meter_id[i]);
+
+	for (uint16_t first = 0, end; first < burst->n; first = end) {
+		const uint32_t hw_meter_id = burst->hw_meter_id[first];
+
+		for (end = first; end < burst->n && burst->hw_meter_id[end] == hw_meter_id; end++)
+			if (end + AHEAD < burst->n)
+				prefetch_meter(meters, burst->hw_meter_id[end + AHEAD]);
+		if (hw_meter_id != 0 && hw_meter_id < SOFTCARD_METERS)
+			drop_mask |= meter_run(meters[hw_meter_id], burst, first, end);
+	}
+	return drop_mask;
+}
+
+uint64_t
+softcard_mtu_burst(uint16_t port_sfi, const struct softcard_burst *burst)
+{
+	if (softcard_engine_check(VASK_P4_MEP_INGRESS, port_sfi, SOFTCARD_PORTS) != 0)
+		return 0;
+
+	const uint32_t mtu = softcard->mtus[port_sfi].load(std::memory_order_relaxed);
+	if (mtu == 0)
+		return 0;
+
+	const uint32_t longest = mtu + RTE_ETHER_HDR_LEN;
+	uint64_t drop_mask = 0;
+	for (uint16_t i = 0; i < burst->n; i++) {
+		const uint32_t length = rte_pktmbuf_pkt_len(burst->pkts[i]);
+
+		if (unlikely(length > longest)) {
+			const uint32_t tags = softcard_frame_tags(burst->pkts[i]);
+			const bool dropped = length > longest + tags * sizeof(struct rte_vlan_hdr);
+			drop_mask |= uint64_t{dropped} << i;
+		}
+	}
+	return drop_mask;
+}
+
+uint16_t
+softcard_burst_drop(struct softcard_burst *burst, uint64_t drop_mask)
+{
+	struct rte_mbuf *dropped[SOFTCARD_BURST_MAX];
+	uint16_t n_dropped = 0;
+	uint16_t kept = 0;
+
+	for (uint16_t i = 0; i < burst->n; i++) {
+		const uint64_t drop = drop_mask >> i & 1;
+
+		dropped[n_dropped] = burst->pkts[i];
+		burst->pkts[kept] = burst->pkts[i];
+		burst->now_ns[kept] = burst->now_ns[i];
+		burst->hw_meter_id[kept] = burst->hw_meter_id[i];
+		burst->taken_off[kept] = burst->taken_off[i];
+		burst->tag[kept] = burst->tag[i];
+		n_dropped += drop;
+		kept += !drop;
+	}
+	burst->n = kept;
+	rte_pktmbuf_free_bulk(dropped, n_dropped);
+	return n_dropped;
+}

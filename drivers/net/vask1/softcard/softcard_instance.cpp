@@ -1,0 +1,190 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+
+/* Meter instances: from the engine's records to what packets use, and back to a record with counters. */
+
+#include <algorithm>
+#include <cerrno>
+
+#include <rte_bitops.h>
+#include <rte_common.h>
+
+#include "softcard_internal.h"
+
+/* Bucket levels of an instance record count 8 bytes, so that its 27 bits hold the largest burst. */
+static constexpr uint64_t RECORD_LEVEL_BYTES = 8;
+
+static void
+meter_set_add(struct softcard_meter_set *set, uint32_t hw_meter_id)
+{
+	set->bits[hw_meter_id / 64] |= RTE_BIT64(hw_meter_id % 64);
+}
+
+static void
+meter_set_remove(struct softcard_meter_set *set, uint32_t hw_meter_id)
+{
+	set->bits[hw_meter_id / 64] &= ~RTE_BIT64(hw_meter_id % 64);
+}
+
+/* Buckets that are full whatever they hold; the next refresh cuts them to the bursts. */
+static void
+meter_fill(struct softcard_meter &meter)
+{
+	meter.state.level_c = UINT64_MAX;
+	meter.state.level_e = UINT64_MAX;
+}
+
+/* Copies what the tables say about a meter to where packets find it, levels cut to the bursts. */
+static void
+meter_refresh(int dir, uint32_t hw_meter_id)
+{
+	const struct softcard_engine &engine = softcard->engines[dir];
+	const struct vask_p4_mep_meter_inst_table &inst = engine.insts[hw_meter_id];
+	const struct vask_p4_mep_meter_profile_table &profile = engine.profiles[inst.profile_id];
+	const struct vask_p4_mep_meter_policy_table &policy = engine.policies[inst.policy_id];
+	struct softcard_meter &meter = engine.meters[hw_meter_id];
+	const bool metering = inst.valid && profile.valid && policy.valid;
+
+	rte_spinlock_lock(&meter.lock);
+	meter.metering = metering;
+	if (metering) {
+		/* Levels in bytes say nothing about packets, nor the other way round. */
+		if (profile.pm != meter.params.packet_mode)
+			meter_fill(meter);
+		meter.color_aware = inst.is_color_aware;
+		meter.original_length = inst.use_original_packet_length;
+		meter.params = softcard_bucket_params_make(profile.cir, profile.cbs, profile.eir,
+			profile.ebs, profile.pm, profile.rfc2698);
+		meter.policy = policy;
+		meter.state.level_c =
+			std::min(meter.state.level_c, softcard_bucket_full_c(meter.params));
+		meter.state.level_e =
+			std::min(meter.state.level_e, softcard_bucket_full_e(meter.params));
+	}
+	rte_spinlock_unlock(&meter.lock);
+}
+
+void
+softcard_meter_set_refresh(int dir, const struct softcard_meter_set *set)
+{
+	for (uint32_t word = 0; word < set->bits.size(); word++)
+		for (uint64_t bits = set->bits[word]; bits != 0; bits &= bits - 1)
+			meter_refresh(dir, word * 64 + rte_bsf64(bits));
+}
+
+/* A meter as it is when it is created: full buckets, nothing counted. */
+static void
+meter_reset(int dir, uint32_t hw_meter_id)
+{
+	struct softcard_meter &meter = softcard->engines[dir].meters[hw_meter_id];
+
+	rte_spinlock_lock(&meter.lock);
+	meter.metering = 0;
+	meter.state.last_ns = 0;
+	meter_fill(meter);
+	meter.rewritten = 0;
+	meter.packets = {};
+	meter.bytes = {};
+	meter.dropped_packets = 0;
+	meter.dropped_bytes = 0;
+	rte_spinlock_unlock(&meter.lock);
+	softcard->engines[dir].rates[hw_meter_id] = {};
+}
+
+int
+softcard_meter_inst_write(
+	int dir, uint32_t hw_meter_id, const struct vask_p4_mep_meter_inst_table *inst)
+{
+	const int rc = softcard_engine_check(dir, hw_meter_id, SOFTCARD_METERS);
+	if (rc != 0)
+		return rc;
+	if (inst == nullptr)
+		return -EINVAL;
+
+	struct softcard_engine &engine = softcard->engines[dir];
+	struct vask_p4_mep_meter_inst_table &entry = engine.insts[hw_meter_id];
+
+	if (inst->valid && !entry.valid)
+		meter_reset(dir, hw_meter_id);
+	meter_set_remove(&engine.profile_users[entry.profile_id], hw_meter_id);
+	meter_set_remove(&engine.policy_users[entry.policy_id], hw_meter_id);
+
+	entry = {};
+	entry.valid = inst->valid;
+	entry.profile_id = inst->profile_id;
+	entry.policy_id = inst->policy_id;
+	entry.is_color_aware = inst->is_color_aware;
+	entry.use_original_packet_length = inst->use_original_packet_length;
+	entry.stats_bytes_type = inst->stats_bytes_type;
+	entry.stats_pkts_type = inst->stats_pkts_type;
+
+	meter_set_add(&engine.profile_users[entry.profile_id], hw_meter_id);
+	meter_set_add(&engine.policy_users[entry.policy_id], hw_meter_id);
+	meter_refresh(dir, hw_meter_id);
+	return 0;
+}
+
+int
+softcard_meter_inst_clear(int dir, uint32_t hw_meter_id)
+{
+	const int rc = softcard_engine_check(dir, hw_meter_id, SOFTCARD_METERS);
+	if (rc != 0)
+		return rc;
+
+	struct softcard_engine &engine = softcard->engines[dir];
+	struct vask_p4_mep_meter_inst_table &entry = engine.insts[hw_meter_id];
+
+	meter_set_remove(&engine.profile_users[entry.profile_id], hw_meter_id);
+	meter_set_remove(&engine.policy_users[entry.policy_id], hw_meter_id);
+	entry = {};
+	meter_reset(dir, hw_meter_id);
+	return 0;
+}
+
+/* A level in the unit of an instance record: 8 bytes, or 1 packet. */
+static uint32_t
+record_level(const struct softcard_bucket_params &params, uint64_t level)
+{
+	const uint64_t whole = level / SOFTCARD_LEVEL_UNIT[params.packet_mode];
+
+	return params.packet_mode ? whole : whole / RECORD_LEVEL_BYTES;
+}
+
+struct softcard_meter
+softcard_meter_copy(int dir, uint32_t hw_meter_id)
+{
+	struct softcard_meter &meter = softcard->engines[dir].meters[hw_meter_id];
+
+	rte_spinlock_lock(&meter.lock);
+	struct softcard_meter copy = meter;
+	rte_spinlock_unlock(&meter.lock);
+
+	copy.state.level_c = std::min(copy.state.level_c, softcard_bucket_full_c(copy.params));
+	copy.state.level_e = std::min(copy.state.level_e, softcard_bucket_full_e(copy.params));
+	return copy;
+}
+
+void
+softcard_meter_inst_fill(int dir, uint32_t hw_meter_id, const struct softcard_meter &meter,
+	struct vask_p4_mep_meter_inst_table *inst)
+{
+	*inst = softcard->engines[dir].insts[hw_meter_id];
+	inst->bkt_c = record_level(meter.params, meter.state.level_c);
+	inst->bkt_e = record_level(meter.params, meter.state.level_e);
+	inst->drop_pkt_cnt = meter.dropped_packets;
+	inst->pkt_len_c = meter.bytes[RTE_COLOR_GREEN];
+	inst->pkt_len_e = meter.bytes[RTE_COLOR_YELLOW];
+	inst->drop_pkt_len_cnt = meter.dropped_bytes;
+}
+
+int
+softcard_meter_inst_read(int dir, uint32_t hw_meter_id, struct vask_p4_mep_meter_inst_table *inst)
+{
+	const int rc = softcard_engine_check(dir, hw_meter_id, SOFTCARD_METERS);
+	if (rc != 0)
+		return rc;
+	if (inst == nullptr)
+		return -EINVAL;
+
+	softcard_meter_inst_fill(dir, hw_meter_id, softcard_meter_copy(dir, hw_meter_id), inst);
+	return 0;
+}

@@ -1,0 +1,174 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+
+/* The card's power switch, and its engines' tables of profiles, policies, meter outputs and MTUs. */
+
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+
+#include <rte_malloc.h>
+
+#include "softcard_fault.h"
+#include "softcard_internal.h"
+
+struct softcard *softcard;
+
+int
+softcard_start()
+{
+	if (softcard != nullptr)
+		return -EALREADY;
+
+	/* Most of the tables is never touched: leave them to the kernel's zero pages. */
+	void *memory = calloc(1, sizeof(struct softcard));
+	if (memory == nullptr)
+		return -ENOMEM;
+	struct softcard *card = static_cast<struct softcard *>(memory);
+
+	for (auto &engine : card->engines) {
+		engine.meters = static_cast<struct softcard_meter *>(rte_zmalloc("softcard_meters",
+			SOFTCARD_METERS * sizeof(struct softcard_meter),
+			alignof(struct softcard_meter)));
+		if (engine.meters == nullptr) {
+			rte_free(card->engines[0].meters);
+			free(memory);
+			return -ENOMEM;
+		}
+	}
+	softcard = card;
+	return 0;
+}
+
+void
+softcard_stop()
+{
+	if (softcard == nullptr)
+		return;
+
+	for (auto &engine : softcard->engines)
+		rte_free(engine.meters);
+	free(softcard);
+	softcard = nullptr;
+	softcard_fault_clear();
+}
+
+int
+softcard_engine_check(int dir, uint32_t index, uint32_t entries)
+{
+	if (softcard == nullptr)
+		return -ENODEV;
+	if (dir != VASK_P4_MEP_INGRESS && dir != VASK_P4_MEP_EGRESS)
+		return -EINVAL;
+	return index < entries ? 0 : -ERANGE;
+}
+
+static void
+profile_set(int dir, uint32_t hw_profile_id, const struct vask_p4_mep_meter_profile_table &profile)
+{
+	struct softcard_engine &engine = softcard->engines[dir];
+
+	engine.profiles[hw_profile_id] = profile;
+	softcard_meter_set_refresh(dir, &engine.profile_users[hw_profile_id]);
+}
+
+static void
+policy_set(int dir, uint32_t hw_policy_id, const struct vask_p4_mep_meter_policy_table &policy)
+{
+	struct softcard_engine &engine = softcard->engines[dir];
+
+	engine.policies[hw_policy_id] = policy;
+	softcard_meter_set_refresh(dir, &engine.policy_users[hw_policy_id]);
+}
+
+int
+softcard_profile_write(
+	int dir, uint32_t hw_profile_id, const struct vask_p4_mep_meter_profile_table *profile)
+{
+	const int rc = softcard_engine_check(dir, hw_profile_id, SOFTCARD_PROFILES);
+	if (rc != 0)
+		return rc;
+	if (profile == nullptr)
+		return -EINVAL;
+
+	/* The driver writes profiles through the ingress engine only: it hands them on. */
+	if (dir == VASK_P4_MEP_INGRESS)
+		profile_set(VASK_P4_MEP_INGRESS, hw_profile_id, *profile);
+	profile_set(VASK_P4_MEP_EGRESS, hw_profile_id, *profile);
+	return 0;
+}
+
+int
+softcard_profile_clear(int dir, uint32_t hw_profile_id)
+{
+	const int rc = softcard_engine_check(dir, hw_profile_id, SOFTCARD_PROFILES);
+	if (rc != 0)
+		return rc;
+
+	profile_set(dir, hw_profile_id, {});
+	return 0;
+}
+
+int
+softcard_policy_write(
+	int dir, uint32_t hw_policy_id, const struct vask_p4_mep_meter_policy_table *policy)
+{
+	const int rc = softcard_engine_check(dir, hw_policy_id, SOFTCARD_POLICIES);
+	if (rc != 0)
+		return rc;
+	if (policy == nullptr)
+		return -EINVAL;
+
+	if (dir == VASK_P4_MEP_INGRESS)
+		policy_set(VASK_P4_MEP_INGRESS, hw_policy_id, *policy);
+	policy_set(VASK_P4_MEP_EGRESS, hw_policy_id, *policy);
+	return 0;
+}
+
+int
+softcard_policy_clear(int dir, uint32_t hw_policy_id)
+{
+	const int rc = softcard_engine_check(dir, hw_policy_id, SOFTCARD_POLICIES);
+	if (rc != 0)
+		return rc;
+
+	policy_set(dir, hw_policy_id, {});
+	return 0;
+}
+
+int
+softcard_output_write(int dir, uint32_t port_sfi, uint32_t hw_meter_id)
+{
+	const int rc = softcard_engine_check(dir, port_sfi, SOFTCARD_PORTS);
+	if (rc != 0)
+		return rc;
+	if (hw_meter_id >= SOFTCARD_METERS)
+		return -ERANGE;
+
+	softcard->engines[dir].outputs[port_sfi].store(hw_meter_id, std::memory_order_relaxed);
+	return 0;
+}
+
+int
+softcard_mtu_write(uint32_t port_sfi, uint16_t mtu)
+{
+	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, port_sfi, SOFTCARD_PORTS);
+	if (rc != 0)
+		return rc;
+
+	softcard->mtus[port_sfi].store(mtu, std::memory_order_relaxed);
+	return 0;
+}
+
+uint32_t
+softcard_port_meter(int dir, uint16_t port_sfi)
+{
+	if (softcard_engine_check(dir, port_sfi, SOFTCARD_PORTS) != 0)
+		return 0;
+
+	/* Outputs bind what is received; what a port transmits is bound by its pipeline entry. */
+	const auto &meters = dir == VASK_P4_MEP_INGRESS
+		? softcard->engines[VASK_P4_MEP_INGRESS].outputs
+		: softcard->pipeline.tx_meters;
+	const uint32_t hw_meter_id = meters[port_sfi].load(std::memory_order_relaxed);
+	return hw_meter_id < SOFTCARD_METERS ? hw_meter_id : 0;
+}

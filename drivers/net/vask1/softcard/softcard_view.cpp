@@ -1,0 +1,139 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+
+#include "softcard_view.h"
+
+#include <cerrno>
+#include <iterator>
+
+#include "softcard_internal.h"
+
+int
+softcard_meter_view(int dir, uint32_t hw_meter_id, struct softcard_meter_view *view)
+{
+	const int rc = softcard_engine_check(dir, hw_meter_id, SOFTCARD_METERS);
+	if (rc != 0)
+		return rc;
+	if (view == nullptr)
+		return -EINVAL;
+
+	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
+
+	*view = {};
+	softcard_meter_inst_fill(dir, hw_meter_id, meter, &view->inst);
+	view->metering = meter.metering;
+	view->level_c = meter.state.level_c;
+	view->level_e = meter.state.level_e;
+	view->burst_c = softcard_bucket_full_c(meter.params);
+	view->burst_e = softcard_bucket_full_e(meter.params);
+	view->level_unit = SOFTCARD_LEVEL_UNIT[meter.params.packet_mode];
+	view->last_ns = meter.state.last_ns;
+	for (size_t color = 0; color < std::size(view->packets); color++) {
+		view->packets[color] = meter.packets[color];
+		view->bytes[color] = meter.bytes[color];
+	}
+	view->dropped_packets = meter.dropped_packets;
+	view->dropped_bytes = meter.dropped_bytes;
+	view->rewritten = meter.rewritten;
+	view->passed_bytes_s = softcard->engines[dir].rates[hw_meter_id].bytes_s;
+	return 0;
+}
+
+static void
+rate_sample(int dir, uint32_t hw_meter_id)
+{
+	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
+	struct softcard_rate &rate = softcard->engines[dir].rates[hw_meter_id];
+	const uint64_t passed = meter.bytes[RTE_COLOR_GREEN] + meter.bytes[RTE_COLOR_YELLOW] +
+		meter.bytes[RTE_COLOR_RED] - meter.dropped_bytes;
+	const uint64_t elapsed = meter.state.last_ns - rate.last_ns;
+
+	/* No packet since the last sample, or the first sample of all: no time to divide by. */
+	rate.bytes_s = 0;
+	if (elapsed != 0 && rate.last_ns != 0)
+		rate.bytes_s = static_cast<unsigned __int128>(passed - rate.passed_bytes) *
+			1000000000 / elapsed;
+	rate.last_ns = meter.state.last_ns;
+	rate.passed_bytes = passed;
+}
+
+void
+softcard_rate_sample()
+{
+	if (softcard == nullptr)
+		return;
+
+	for (int dir : {VASK_P4_MEP_INGRESS, VASK_P4_MEP_EGRESS})
+		for (uint32_t id = 0; id < SOFTCARD_METERS; id++)
+			if (softcard->engines[dir].insts[id].valid)
+				rate_sample(dir, id);
+}
+
+int
+softcard_profile_view(
+	int dir, uint32_t hw_profile_id, struct vask_p4_mep_meter_profile_table *profile)
+{
+	const int rc = softcard_engine_check(dir, hw_profile_id, SOFTCARD_PROFILES);
+	if (rc != 0)
+		return rc;
+	if (profile == nullptr)
+		return -EINVAL;
+
+	*profile = softcard->engines[dir].profiles[hw_profile_id];
+	return 0;
+}
+
+int
+softcard_policy_view(int dir, uint32_t hw_policy_id, struct vask_p4_mep_meter_policy_table *policy)
+{
+	const int rc = softcard_engine_check(dir, hw_policy_id, SOFTCARD_POLICIES);
+	if (rc != 0)
+		return rc;
+	if (policy == nullptr)
+		return -EINVAL;
+
+	*policy = softcard->engines[dir].policies[hw_policy_id];
+	return 0;
+}
+
+int
+softcard_pipeline_profile_view(uint32_t index, struct qorn_meter_profile_table *profile)
+{
+	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, index, SOFTCARD_PIPELINE_ENTRIES);
+	if (rc != 0)
+		return rc;
+	if (profile == nullptr)
+		return -EINVAL;
+
+	*profile = softcard->pipeline.profiles[index];
+	return 0;
+}
+
+int
+softcard_pipeline_meter_view(uint32_t index, struct qorn_meter_table *meter)
+{
+	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, index, SOFTCARD_PIPELINE_ENTRIES);
+	if (rc != 0)
+		return rc;
+	if (meter == nullptr)
+		return -EINVAL;
+
+	*meter = softcard->pipeline.meters[index];
+	return 0;
+}
+
+int
+softcard_port_view(uint16_t port_sfi, struct softcard_port_view *view)
+{
+	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, port_sfi, SOFTCARD_PORTS);
+	if (rc != 0)
+		return rc;
+	if (view == nullptr)
+		return -EINVAL;
+
+	view->rx_meter = softcard->engines[VASK_P4_MEP_INGRESS].outputs[port_sfi].load(
+		std::memory_order_relaxed);
+	view->tx_meter = softcard->pipeline.tx_meters[port_sfi].load(std::memory_order_relaxed);
+	view->mtu = softcard->mtus[port_sfi].load(std::memory_order_relaxed);
+	view->tx_entry = softcard->pipeline.tx_ports[port_sfi];
+	return 0;
+}
