@@ -2,6 +2,7 @@
 
 #include "softcard_fault.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -120,14 +121,14 @@ softcard_call_begin(enum softcard_operation op)
 	return call;
 }
 
-/* Takes the text up to the next colon off the front of `rest`. */
+/* Takes the text up to the next colon off the front of `rest`, the colon too. */
 static std::string_view
 field_take(std::string_view *rest)
 {
-	const size_t end = rest->find(':');
-	const std::string_view field = rest->substr(0, end);
+	const size_t end = std::min(rest->find(':'), rest->size());
+	const std::string_view field(rest->data(), end);
 
-	*rest = end == std::string_view::npos ? std::string_view() : rest->substr(end + 1);
+	rest->remove_prefix(std::min(end + 1, rest->size()));
 	return field;
 }
 
