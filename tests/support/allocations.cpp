@@ -1,6 +1,8 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include "allocations.h"
 
+#include <utility>
+
 namespace vask_test
 {
 
@@ -17,6 +19,7 @@ Allocations::Reset()
 	count_ = 0;
 	fail_in_ = 0;
 	fail_every_ = false;
+	on_next_ = nullptr;
 }
 
 void
@@ -31,10 +34,18 @@ Allocations::FailEvery()
 	fail_every_ = true;
 }
 
+void
+Allocations::OnNext(std::function<void()> action)
+{
+	on_next_ = std::move(action);
+}
+
 bool
 Allocations::Refused()
 {
 	count_++;
+	if (on_next_)
+		std::exchange(on_next_, nullptr)();
 	return fail_every_ || (fail_in_ != 0 && --fail_in_ == 0);
 }
 

@@ -9,6 +9,7 @@
  */
 
 #include <cstddef>
+#include <functional>
 #include <map>
 
 namespace vask_test
@@ -23,6 +24,9 @@ class Allocations
 	/** Lets the nth calloc() from now give null. */
 	void Fail(unsigned nth = 1);
 	void FailEvery();
+
+	/** Runs once, inside the next calloc(): what somebody else may do just then. */
+	void OnNext(std::function<void()> action);
 
 	/** calloc() calls since the last Reset() or Restart(), refused ones included. */
 	unsigned count() const
@@ -50,6 +54,7 @@ class Allocations
 	unsigned count_ = 0;
 	unsigned fail_in_ = 0;
 	bool fail_every_ = false;
+	std::function<void()> on_next_;
 	std::map<void *, size_t> live_;
 };
 

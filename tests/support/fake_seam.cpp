@@ -63,8 +63,9 @@ NextIndex(FakeCard::Pool &pool)
 		return index;
 	}
 	uint32_t index = 0;
-	while (index < pool.capacity && IsUsed(pool, index))
-		index++;
+	for (uint32_t used : pool.used) /* in rising order */
+		if (used == index)
+			index++;
 	return index;
 }
 

@@ -21,7 +21,6 @@
 #include <rte_errno.h>
 #include <rte_log.h>
 #include <rte_mtr.h>
-#include <rte_mtr_driver.h>
 
 #include "allocations.h"
 #include "fake_card.h"

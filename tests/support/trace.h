@@ -14,6 +14,8 @@
 #include <variant>
 #include <vector>
 
+#include <rte_log.h>
+
 #include "qorn_hal_raw_struct.h"
 #include "vask_dev_cmds.h"
 #include "vask_p4_idx.h"
@@ -121,7 +123,14 @@ Call PoolFree(const VASK_P4_INDEXSTACK_MANAGER *pool, uint32_t index);
 Call PoolSet(const VASK_P4_INDEXSTACK_MANAGER *pool, uint32_t index);
 Call PoolDestroy(const VASK_P4_INDEXSTACK_MANAGER *pool);
 
-/** A line of the driver's log type; level is one of RTE_LOG_ERR and its like. */
+/** @name Levels of a line, by the names that the driver's macros use. @{ */
+constexpr uint32_t ERR = RTE_LOG_ERR;
+constexpr uint32_t WARNING = RTE_LOG_WARNING;
+constexpr uint32_t INFO = RTE_LOG_INFO;
+constexpr uint32_t DEBUG = RTE_LOG_DEBUG;
+/** @} */
+
+/** A line of the driver's log type. */
 LogLine Line(uint32_t level, std::string text);
 /** @} */
 
