@@ -5,6 +5,9 @@
  * report adds these up to the budget that each operation is held against.
  */
 
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <string>
 
@@ -99,30 +102,6 @@ seconds_since(uint64_t start)
 	const uint64_t cycles = now() - start;
 
 	return (cycles > empty_cycles ? cycles - empty_cycles : 0) / cycles_per_second;
-}
-
-static struct rte_mtr_meter_policy_params
-policy_params()
-{
-	static const struct rte_flow_action end = {RTE_FLOW_ACTION_TYPE_END, nullptr};
-	static const struct rte_flow_action drop[] = {{RTE_FLOW_ACTION_TYPE_DROP, nullptr}, end};
-
-	return {{&end, &end, drop}};
-}
-
-constexpr p4_meter_profile_t P4_PROFILE = {1250000, 2500000, 65536, 131072, 0, 1, 0};
-constexpr p4_meter_policer_t P4_POLICER = {2, 0, 0, 0, 0, 0};
-
-static p4_meter_instance_t
-p4_instance(const control_state &state)
-{
-	p4_meter_instance_t entry = {};
-
-	entry.type = 1;
-	entry.meter_enable = 1;
-	entry.profile_id = state.profiles;
-	entry.policer_id = state.policies;
-	return entry;
 }
 
 /* Meter ids run from 1 to state.meters; the last one is what the operations work on. */
@@ -512,19 +491,25 @@ main(int argc, char **argv)
 		const auto each = [&](dimension along, const control_state &state, auto list) {
 			add("walk", state,
 				[=](benchmark::State &bench) { time_walk(bench, list, state); });
-			for (const operation &op : operations)
+			for (const operation &op : operations) {
+				control_state with = state;
+
+				/* What works on a meter has one; a profile to be deleted has none. */
+				if (op.dimensions & METERS)
+					with.meters = std::max<uint32_t>(state.meters, 1);
 				if (op.dimensions & along)
-					add(op.name, state, [&op, state](benchmark::State &bench) {
-						time_operation(bench, op, state);
+					add(op.name, with, [&op, with](benchmark::State &bench) {
+						time_operation(bench, op, with);
 					});
+			}
 		};
 
 		for (const uint32_t meters : {1, 16, 256, 1024, 4095})
 			each(METERS, {meters, 1, 1, shuffled}, &vask_p4_meter_list);
-		for (const uint32_t profiles : {2, 64, 255})
-			each(PROFILES, {1, profiles, 1, shuffled}, &vask_p4_meter_profile_list);
-		for (const uint32_t policies : {2, 64, 254})
-			each(POLICIES, {1, 1, policies, shuffled}, &vask_p4_meter_policy_list);
+		for (const uint32_t profiles : {1, 64, 255})
+			each(PROFILES, {0, profiles, 1, shuffled}, &vask_p4_meter_profile_list);
+		for (const uint32_t policies : {1, 64, 254})
+			each(POLICIES, {0, 1, policies, shuffled}, &vask_p4_meter_policy_list);
 	}
 
 	const control_state full = {4095, 1, 1, false};
