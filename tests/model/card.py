@@ -7,6 +7,16 @@ from records import ranges, word
 ERR, WARNING, INFO, DEBUG = 4, 5, 7, 8
 EBUSY, EINVAL = 16, 22
 
+STATUS_OPERATIONS = (
+    "vask_p4_mep_add_meter_profile", "vask_p4_mep_del_meter_profile", "vask_p4_mep_add_meter_policy",
+    "vask_p4_mep_del_meter_policy", "vask_p4_mep_read_meter_inst",
+    "vask_p4_mep_update_meter_output_by_meterid", "vask_p4_mep_del_meter_output_by_meterid",
+    "vask_p4_mep_update_meter_output_by_mtu", "qorn_meter_profile_update", "qorn_meter_profile_delete",
+    "qorn_meter_table_update", "qorn_meter_table_delete", "qorn_input_port_tx_table_get",
+    "qorn_input_port_tx_table_add", "vask_cmd_set_shaper", "vask_p4_isch_shaper_csr_write",
+    "vask_p4_indexstack_create", "vask_p4_indexstack_alloc", "vask_p4_indexstack_free")
+FAILING = STATUS_OPERATIONS + ("calloc", "vask_p4_get_global_cmd_channel", "vask_p4_priv_data_get")
+
 
 class Pool:
     """One index pool: lowest free index first."""

@@ -3,6 +3,7 @@
 from json import JSONEncoder, loads
 
 from card import Card
+from hardware import Hardware
 from meters import Meters
 from policies import Policies
 from profiles import Profiles
@@ -28,7 +29,7 @@ def row_bytes(text):
     return None if text is None else bytes.fromhex(text)
 
 
-class Model(Profiles, Policies, Meters, Tables, Card):
+class Model(Profiles, Policies, Hardware, Meters, Tables, Card):
     """One scenario's model."""
 
     def __init__(self, scenario, numbers=None):
