@@ -7,13 +7,15 @@
  * Device arguments of a port.
  */
 
+#include <climits>
 #include <cstdint>
 
 #include "vask_dpdk.h"
 
 constexpr uint32_t VASK_SFI_MAX = 16383;
 constexpr uint32_t VASK_SFI_ANY = UINT32_MAX;
-constexpr unsigned VASK_FAULT_ARGS_MAX = 32;
+constexpr unsigned VASK_FAULT_ARGS_MAX = 16;
+constexpr unsigned VASK_FAULT_ARG_LEN = 96;
 
 enum class vask_clock_source : uint8_t { TSC, CAPTURE };
 enum class vask_tick : uint16_t { NS = 1, US = 1000 }; /* nanoseconds a tick */
@@ -25,6 +27,9 @@ struct vask_args {
 	enum vask_clock_source clock;
 	enum vask_tick tick;
 	enum vask_shapers shapers;
+	unsigned n_faults;
+	char faults[VASK_FAULT_ARGS_MAX][VASK_FAULT_ARG_LEN]; /* as given: the card reads them */
+	char trace[PATH_MAX];                                 /* empty: no trace */
 };
 
 /**

@@ -18,8 +18,7 @@ struct vask_clock {
 	uint32_t ns_per_tick; /* capture clock */
 	int dynfield;         /* offset of the timestamp in an mbuf, or -1 */
 	uint64_t dynflag;     /* ol_flags of an mbuf that has one */
-	uint64_t tsc_base;
-	uint64_t tsc_mult; /* nanoseconds a cycle, 32 fractional bits */
+	uint64_t tsc_mult;    /* nanoseconds a cycle, 32 fractional bits */
 	/** Latest capture time that the port has seen, for packets that carry none. */
 	std::atomic<uint64_t> latest_ns;
 };
@@ -33,6 +32,10 @@ int vask_clock_init(struct vask_clock *clock, const struct vask_args *args);
  */
 void vask_clock_stamp(
 	struct vask_clock *clock, struct rte_mbuf *const *pkts, uint16_t n, uint64_t *now_ns);
+
+/** Leaves the times of a burst in its mbufs' timestamps. */
+void vask_clock_mark(const struct vask_clock *clock, struct rte_mbuf *const *pkts, uint16_t n,
+	const uint64_t *now_ns);
 
 /** The time now: processor's clock, or the latest capture time seen. */
 uint64_t vask_clock_now(const struct vask_clock *clock);

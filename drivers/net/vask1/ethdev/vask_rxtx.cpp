@@ -1,0 +1,345 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+#include <rte_ether.h>
+#include <rte_mbuf.h>
+#include <rte_rcu_qsbr.h>
+#include <rte_ring.h>
+
+#include "softcard.h"
+#include "softcard_shaper.h"
+#include "vask_queue.h"
+#include "vask_rxtx.h"
+
+namespace
+{
+
+/* What control calls take away while the scope lasts stays readable. */
+struct burst_scope {
+	struct rte_rcu_qsbr *rcu;
+	unsigned int thread;
+
+	explicit burst_scope(const struct vask_queue *q)
+		: rcu(q->port->rcu),
+		  thread(q->dir == VASK_P4_MEP_INGRESS ? q->id : VASK_QUEUES_MAX + q->id)
+	{
+		rte_rcu_qsbr_thread_online(rcu, thread);
+	}
+	~burst_scope()
+	{
+		rte_rcu_qsbr_thread_offline(rcu, thread);
+	}
+	burst_scope(const burst_scope &) = delete;
+	burst_scope &operator=(const burst_scope &) = delete;
+
+	uint16_t uplink(const struct vask_queue *q) const
+	{
+		return q->port->uplink.burst_id.load(std::memory_order_acquire);
+	}
+};
+
+/* Drops and counts the packets of a mask. */
+void
+drop(struct vask_queue *q, uint64_t mask, enum vask_counter counter)
+{
+	if (mask != 0)
+		vask_queue_count(q, counter, softcard_burst_drop(&q->burst, mask));
+}
+
+uint64_t
+bytes_of(const struct softcard_burst *b, uint64_t mask)
+{
+	uint64_t bytes = 0;
+
+	for (; mask != 0; mask &= mask - 1)
+		bytes += b->pkts[__builtin_ctzll(mask)]->pkt_len;
+	return bytes;
+}
+
+/* Takes the outermost tag off; a frame whose bytes others share is copied first. */
+uint16_t
+strip(struct vask_queue *q, struct rte_mbuf **pkt)
+{
+	struct rte_mbuf *m = *pkt;
+
+	if (m->data_len < sizeof(struct rte_ether_hdr) + sizeof(struct rte_vlan_hdr) ||
+		rte_pktmbuf_mtod(m, struct rte_ether_hdr *)->ether_type !=
+			RTE_BE16(RTE_ETHER_TYPE_VLAN))
+		return 0;
+	if (!RTE_MBUF_DIRECT(m) || rte_mbuf_refcnt_read(m) > 1) {
+		m = rte_pktmbuf_copy(*pkt, q->pool, 0, UINT32_MAX);
+		if (m == nullptr)
+			return 0;
+		rte_pktmbuf_free(*pkt);
+		*pkt = m;
+	}
+	return rte_vlan_strip(m) == 0 ? sizeof(struct rte_vlan_hdr) : 0;
+}
+
+/* Rules, engine and MTU; what is dropped is gone afterwards. The burst's pkts and n are set. */
+void
+police(struct vask_queue *q)
+{
+	struct softcard_burst *b = &q->burst;
+	struct vask_flow_verdict *v = &q->verdict;
+	const uint16_t n = b->n;
+	const bool strip_vlan = q->strip_vlan.load(std::memory_order_relaxed);
+	uint64_t dropped;
+
+	vask_clock_stamp(&q->port->clock, b->pkts, n, b->now_ns);
+	vask_flow_classify(q->port, q->id, q->dir, b->pkts, n, v);
+	for (uint16_t i = 0; i < n; i++) {
+		b->taken_off[i] = strip_vlan ? strip(q, &b->pkts[i]) : 0;
+		b->hw_meter_id[i] = v->metered ? v->hw_meter_id[i] : 0;
+		b->tag[i] = v->diverted ? v->queue[i] : q->id;
+	}
+	if (q->leave_times)
+		vask_clock_mark(&q->port->clock, b->pkts, n, b->now_ns);
+
+	drop(q, v->drop_mask, VASK_FLOW_DROPPED_PACKETS);
+	if (v->metered) {
+		dropped = softcard_meter_burst(q->dir, b);
+		vask_queue_count(q, VASK_METER_DROPPED_BYTES, bytes_of(b, dropped));
+		drop(q, dropped, VASK_METER_DROPPED_PACKETS);
+	}
+	drop(q, softcard_mtu_burst(vask_port_sfi(q->port), b), VASK_MTU_DROPPED_PACKETS);
+}
+
+/* Gives the packets that rules send to other queues to those; the rest closes up. */
+void
+hand_over(struct vask_queue *q)
+{
+	const struct rte_eth_dev_data *data = q->port->data;
+	struct softcard_burst *b = &q->burst;
+	uint16_t kept = 0;
+
+	for (uint16_t i = 0; i < b->n; i++) {
+		if (b->tag[i] == q->id || b->tag[i] >= data->nb_rx_queues) {
+			b->pkts[kept] = b->pkts[i];
+			b->now_ns[kept++] = b->now_ns[i];
+			continue;
+		}
+		const struct vask_queue *to =
+			static_cast<const struct vask_queue *>(data->rx_queues[b->tag[i]]);
+		if (rte_ring_mp_enqueue(to->handover, b->pkts[i]) != 0) {
+			rte_pktmbuf_free(b->pkts[i]);
+			vask_queue_count(q, VASK_QUEUE_DROPPED_PACKETS, 1);
+		}
+	}
+	b->n = kept;
+}
+
+/* A delayed packet carries the time at which it left, so that a capture clock behind us sees it. */
+void
+mark_departure(
+	const struct vask_queue *q, struct rte_mbuf *const *pkts, uint64_t *release_ns, uint16_t n)
+{
+	const struct vask_clock *clock = &q->port->clock;
+
+	if (!clock->capture)
+		return;
+	for (uint16_t i = 0; i < n; i++)
+		release_ns[i] /= clock->ns_per_tick;
+	vask_clock_mark(clock, pkts, n, release_ns);
+}
+
+/* Packets that the shaper lets go by now, or all when time may run on. */
+uint16_t
+shaper_get(struct vask_queue *q, bool flush, struct rte_mbuf **pkts, uint16_t n)
+{
+	uint64_t release_ns[SOFTCARD_BURST_MAX];
+	uint16_t done = 0;
+
+	while (done < n) {
+		const uint16_t want = RTE_MIN(static_cast<uint16_t>(n - done), SOFTCARD_BURST_MAX);
+		const uint16_t got = flush
+			? softcard_queue_flush(q->shaper, &pkts[done], release_ns, want)
+			: softcard_queue_get(q->shaper, vask_clock_now(&q->port->clock),
+				  &pkts[done], release_ns, want);
+
+		mark_departure(q, &pkts[done], release_ns, got);
+		done += got;
+		if (got < want)
+			break;
+	}
+	return done;
+}
+
+/* Packets from other queues: they have been policed there. */
+uint16_t
+rx_handed_over(struct vask_queue *q, struct rte_mbuf **pkts, uint16_t n)
+{
+	if (rte_ring_empty(q->handover))
+		return 0;
+	return static_cast<uint16_t>(rte_ring_sc_dequeue_burst(
+		q->handover, reinterpret_cast<void **>(pkts), n, nullptr));
+}
+
+/* One read of the uplink into the burst; returns what the uplink had. */
+uint16_t
+rx_policed(struct vask_queue *q, uint16_t uplink, uint16_t n)
+{
+	struct softcard_burst *b = &q->burst;
+	const uint16_t got = rte_eth_rx_burst(uplink, q->id, b->pkts, n);
+
+	b->n = got;
+	if (got > 0) {
+		police(q);
+		if (q->verdict.diverted)
+			hand_over(q);
+	}
+	return got;
+}
+
+uint16_t
+rx_direct(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
+{
+	uint16_t done = rx_handed_over(q, pkts, n);
+
+	for (uint16_t room = n - done; room > 0;) {
+		const uint16_t want = RTE_MIN(room, SOFTCARD_BURST_MAX);
+		const uint16_t got = rx_policed(q, uplink, want);
+
+		for (uint16_t i = 0; i < q->burst.n; i++)
+			pkts[done++] = q->burst.pkts[i];
+		room -= got;
+		if (got < want)
+			break;
+	}
+	return done;
+}
+
+uint16_t
+rx_shaped(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
+{
+	struct softcard_burst *b = &q->burst;
+	uint16_t got = SOFTCARD_BURST_MAX;
+
+	for (uint16_t room = n; room > 0 && got > 0; room -= got) {
+		const uint16_t want = RTE_MIN(room, SOFTCARD_BURST_MAX);
+
+		b->n = rx_handed_over(q, b->pkts, want);
+		got = b->n;
+		if (got > 0)
+			vask_clock_stamp(&q->port->clock, b->pkts, got, b->now_ns);
+		else
+			got = rx_policed(q, uplink, want);
+		softcard_queue_put(q->shaper, b->pkts, b->now_ns, b->n);
+	}
+	return shaper_get(q, got == 0 && q->port->clock.capture, pkts, n);
+}
+
+/* Sends what is due. False when the uplink left some of it. */
+bool
+tx_due(struct vask_queue *q, uint16_t uplink)
+{
+	uint64_t bytes = 0;
+
+	if (q->due.n == 0)
+		return true;
+
+	const uint16_t sent = rte_eth_tx_burst(uplink, q->id, &q->due.pkts[q->due.first], q->due.n);
+	for (uint16_t i = 0; i < sent; i++)
+		bytes += q->due.bytes[q->due.first + i];
+	vask_queue_count(q, VASK_PACKETS, sent);
+	vask_queue_count(q, VASK_BYTES, bytes);
+	q->due.first += sent;
+	q->due.n -= sent;
+	return q->due.n == 0;
+}
+
+/* Makes n packets in due.pkts the next ones to be sent. The uplink may free them: their lengths are kept. */
+void
+tx_set_due(struct vask_queue *q, uint16_t n)
+{
+	q->due.first = 0;
+	q->due.n = n;
+	for (uint16_t i = 0; i < n; i++)
+		q->due.bytes[i] = q->due.pkts[i]->pkt_len;
+}
+
+/* Sends what the shaper lets go. False when the uplink left some of it. */
+bool
+tx_shaped(struct vask_queue *q, uint16_t uplink, bool flush)
+{
+	while (q->due.n == 0) {
+		tx_set_due(q, shaper_get(q, flush, q->due.pkts, SOFTCARD_BURST_MAX));
+		if (q->due.n == 0)
+			return true;
+		tx_due(q, uplink);
+	}
+	return false;
+}
+
+/* Takes and polices one burst. False when some of it is due and the uplink has no room. */
+bool
+tx_policed(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
+{
+	struct softcard_burst *b = &q->burst;
+
+	for (uint16_t i = 0; i < n; i++)
+		b->pkts[i] = pkts[i];
+	b->n = n;
+	police(q);
+	if (q->shaper != nullptr) {
+		softcard_queue_put(q->shaper, b->pkts, b->now_ns, b->n);
+		return tx_shaped(q, uplink, false);
+	}
+	for (uint16_t i = 0; i < b->n; i++)
+		q->due.pkts[i] = b->pkts[i];
+	tx_set_due(q, b->n);
+	return tx_due(q, uplink);
+}
+
+} // namespace
+
+uint16_t
+vask_rx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
+{
+	struct vask_queue *q = static_cast<struct vask_queue *>(queue);
+	const burst_scope scope(q);
+	const uint16_t uplink = scope.uplink(q);
+	uint64_t bytes = 0;
+
+	if (uplink == VASK_UPLINK_NONE)
+		return 0;
+	n = q->shaper == nullptr ? rx_direct(q, uplink, pkts, n) : rx_shaped(q, uplink, pkts, n);
+	for (uint16_t i = 0; i < n; i++) {
+		pkts[i]->port = q->port->data->port_id;
+		bytes += pkts[i]->pkt_len;
+	}
+	vask_queue_count(q, VASK_PACKETS, n);
+	vask_queue_count(q, VASK_BYTES, bytes);
+	return n;
+}
+
+uint16_t
+vask_tx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
+{
+	struct vask_queue *q = static_cast<struct vask_queue *>(queue);
+	const burst_scope scope(q);
+	const uint16_t uplink = scope.uplink(q);
+	uint16_t done = 0;
+
+	if (uplink == VASK_UPLINK_NONE || !tx_due(q, uplink))
+		return 0;
+	if (q->shaper != nullptr && !tx_shaped(q, uplink, n == 0 && q->port->clock.capture))
+		return 0;
+	while (done < n) {
+		const uint16_t want = RTE_MIN(static_cast<uint16_t>(n - done), SOFTCARD_BURST_MAX);
+		const bool room = tx_policed(q, uplink, &pkts[done], want);
+
+		done += want;
+		if (!room)
+			break;
+	}
+	return done;
+}
+
+void
+vask_tx_flush(struct vask_queue *q)
+{
+	const burst_scope scope(q);
+	const uint16_t uplink = scope.uplink(q);
+
+	if (uplink != VASK_UPLINK_NONE && tx_due(q, uplink) && q->shaper != nullptr)
+		tx_shaped(q, uplink, true);
+}
