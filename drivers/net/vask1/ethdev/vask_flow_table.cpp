@@ -1,0 +1,355 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+#include <cerrno>
+
+#include <rte_malloc.h>
+
+#include "vask_flow_table.h"
+#include "vask_flow_tuple.h"
+
+constexpr unsigned RANK_AGE_BITS = 48;
+
+static void
+retire(struct vask_flow_state *state, struct vask_flow_retired *retired,
+	void (*release)(struct vask_flow_retired *))
+{
+	retired->release = release;
+	retired->token = rte_rcu_qsbr_start(state->rcu);
+	STAILQ_INSERT_TAIL(&state->retired, retired, next);
+}
+
+/* Frees what no packet can see any more, oldest first: a tuple goes after the rules that left it. */
+static void
+reclaim(struct vask_flow_state *state)
+{
+	struct vask_flow_retired *oldest;
+
+	while ((oldest = STAILQ_FIRST(&state->retired)) != nullptr &&
+		rte_rcu_qsbr_check(state->rcu, oldest->token, false) == 1) {
+		STAILQ_REMOVE_HEAD(&state->retired, next);
+		oldest->release(oldest);
+	}
+}
+
+static void
+release_view(struct vask_flow_retired *retired)
+{
+	rte_free(container_of(retired, struct vask_flow_view, retired));
+}
+
+static void
+release_tuple(struct vask_flow_retired *retired)
+{
+	vask_flow_tuple_free(container_of(retired, struct vask_flow_tuple, retired));
+}
+
+static void
+release_rule(struct vask_flow_retired *retired)
+{
+	struct rte_flow *rule = container_of(retired, struct rte_flow, retired);
+
+	vask_flow_tuple_give_back(rule->tuple, rule->position);
+	vask_flow_rule_free(rule);
+}
+
+/* Shows packets the tuples as they are listed now. */
+static int
+publish(struct vask_flow_state *state)
+{
+	const struct vask_flow_view *old = state->view.load(std::memory_order_relaxed);
+	struct vask_flow_view *view = nullptr;
+	struct vask_flow_tuple *tuple;
+	uint32_t n = 0;
+
+	TAILQ_FOREACH (tuple, &state->tuples, next)
+		n++;
+	if (n != 0) {
+		view = static_cast<struct vask_flow_view *>(rte_zmalloc("vask_flow_view",
+			sizeof(*view) + n * sizeof(view->entry[0]), RTE_CACHE_LINE_SIZE));
+		if (view == nullptr)
+			return -ENOMEM;
+		TAILQ_FOREACH (tuple, &state->tuples, next)
+			view->entry[view->n++] = {tuple->best_rank, tuple};
+	}
+	state->view.store(view);
+	if (old != nullptr)
+		retire(state, &const_cast<struct vask_flow_view *>(old)->retired, release_view);
+	return 0;
+}
+
+/* Lists a tuple by its best rank. */
+static void
+list_tuple(struct vask_flow_state *state, struct vask_flow_tuple *tuple)
+{
+	struct vask_flow_tuple *later;
+
+	TAILQ_FOREACH (later, &state->tuples, next)
+		if (later->best_rank > tuple->best_rank)
+			break;
+	if (later != nullptr)
+		TAILQ_INSERT_BEFORE(later, tuple, next);
+	else
+		TAILQ_INSERT_TAIL(&state->tuples, tuple, next);
+}
+
+static struct vask_flow_tuple *
+find_tuple(const struct vask_flow_state *state, const union vask_flow_fields *mask)
+{
+	struct vask_flow_tuple *tuple;
+
+	TAILQ_FOREACH (tuple, &state->tuples, next)
+		if (memcmp(&tuple->full_mask, mask, sizeof(*mask)) == 0)
+			return tuple;
+	return nullptr;
+}
+
+int
+vask_flow_state_create(struct rte_rcu_qsbr *rcu, struct vask_flow_state **state)
+{
+	*state = static_cast<struct vask_flow_state *>(
+		rte_zmalloc("vask_flow_state", sizeof(**state), RTE_CACHE_LINE_SIZE));
+	if (*state == nullptr)
+		return -ENOMEM;
+	(*state)->rcu = rcu;
+	TAILQ_INIT(&(*state)->rules);
+	TAILQ_INIT(&(*state)->tuples);
+	STAILQ_INIT(&(*state)->retired);
+	return 0;
+}
+
+void
+vask_flow_state_free(struct vask_flow_state *state)
+{
+	struct vask_flow_tuple *tuple;
+	struct vask_flow_retired *retired;
+
+	if (state == nullptr)
+		return;
+	while ((retired = STAILQ_FIRST(&state->retired)) != nullptr) {
+		STAILQ_REMOVE_HEAD(&state->retired, next);
+		retired->release(retired);
+	}
+	/* only where memory was too short for a new view do empty tuples stay in the old one */
+	while ((tuple = TAILQ_FIRST(&state->tuples)) != nullptr) {
+		TAILQ_REMOVE(&state->tuples, tuple, next);
+		vask_flow_tuple_free(tuple);
+	}
+	rte_free(const_cast<struct vask_flow_view *>(state->view.load()));
+	rte_free(state);
+}
+
+struct rte_flow *
+vask_flow_rule_alloc(const struct vask_flow_spec *spec)
+{
+	struct rte_flow *rule = static_cast<struct rte_flow *>(
+		rte_zmalloc("vask_flow_rule", sizeof(*rule), RTE_CACHE_LINE_SIZE));
+
+	if (rule == nullptr)
+		return nullptr;
+	rule->spec = *spec;
+	rule->fate = spec->fate;
+	rule->meters = spec->meter_id != 0;
+	rule->passthru = spec->passthru;
+	rule->position = -1;
+	if (spec->count) {
+		rule->count = static_cast<struct vask_flow_count *>(rte_zmalloc("vask_flow_count",
+			VASK_QUEUES_MAX * sizeof(*rule->count), RTE_CACHE_LINE_SIZE));
+		if (rule->count == nullptr) {
+			rte_free(rule);
+			return nullptr;
+		}
+	}
+	return rule;
+}
+
+void
+vask_flow_rule_free(struct rte_flow *rule)
+{
+	rte_free(rule->count);
+	rte_free(rule);
+}
+
+void
+vask_flow_rule_count(struct rte_flow *rule, bool reset, uint64_t *hits, uint64_t *bytes)
+{
+	uint64_t all_hits = 0, all_bytes = 0;
+
+	for (unsigned q = 0; q < VASK_QUEUES_MAX; q++) {
+		all_hits += rule->count[q].hits.load(std::memory_order_relaxed);
+		all_bytes += rule->count[q].bytes.load(std::memory_order_relaxed);
+	}
+	*hits = all_hits - rule->base_hits;
+	*bytes = all_bytes - rule->base_bytes;
+	if (reset) {
+		rule->base_hits = all_hits;
+		rule->base_bytes = all_bytes;
+	}
+}
+
+/* Moves the rules of a full tuple, and a new one, into a larger tuple that takes its place. */
+static int
+grow_tuple(struct vask_flow_state *state, struct vask_flow_tuple *old, struct rte_flow *added)
+{
+	struct vask_flow_tuple *tuple =
+		vask_flow_tuple_create(&old->full_mask, 2 * (old->n_keys + 1));
+	struct rte_flow *rule;
+	int rc = 0;
+
+	if (tuple == nullptr)
+		return -ENOMEM;
+	TAILQ_FOREACH (rule, &old->rules, in_tuple)
+		if (rule->head && rc == 0)
+			rc = vask_flow_tuple_put(tuple, rule);
+	if (rc == 0)
+		rc = vask_flow_tuple_put(tuple, added);
+	if (rc != 0) {
+		vask_flow_tuple_free(tuple);
+		return -ENOMEM;
+	}
+	tuple->best_rank = old->best_rank;
+	TAILQ_INSERT_BEFORE(old, tuple, next);
+	TAILQ_REMOVE(&state->tuples, old, next);
+	if (publish(state) != 0) {
+		TAILQ_INSERT_BEFORE(tuple, old, next);
+		TAILQ_REMOVE(&state->tuples, tuple, next);
+		vask_flow_tuple_free(tuple);
+		return -ENOMEM;
+	}
+	TAILQ_FOREACH (rule, &old->rules, in_tuple)
+		rule->tuple = tuple;
+	TAILQ_CONCAT(&tuple->rules, &old->rules, in_tuple);
+	added->tuple = tuple;
+	retire(state, &old->retired, release_tuple);
+	return 0;
+}
+
+/* The first rule of a mask brings its tuple with it. */
+static int
+insert_first(struct vask_flow_state *state, struct rte_flow *rule)
+{
+	struct vask_flow_tuple *tuple = vask_flow_tuple_create(&rule->spec.mask, 1);
+
+	if (tuple == nullptr)
+		return -ENOMEM;
+	vask_flow_tuple_key(tuple, &rule->spec.key, rule->key);
+	vask_flow_tuple_put(tuple, rule);
+	tuple->best_rank = rule->rank;
+	list_tuple(state, tuple);
+	if (publish(state) != 0) {
+		TAILQ_REMOVE(&state->tuples, tuple, next);
+		vask_flow_tuple_free(tuple);
+		return -ENOMEM;
+	}
+	rule->tuple = tuple;
+	rule->head = true;
+	return 0;
+}
+
+/* Puts a rule among those with the same pattern, the first of which is head. */
+static int
+insert_in_chain(struct vask_flow_tuple *tuple, struct rte_flow *head, struct rte_flow *rule)
+{
+	struct rte_flow *next;
+
+	if (rule->rank < head->rank) {
+		rule->next.store(head);
+		if (vask_flow_tuple_put(tuple, rule) != 0)
+			return -ENOMEM;
+		rule->head = true;
+		head->head = false;
+		return 0;
+	}
+	while ((next = head->next.load(std::memory_order_relaxed)) != nullptr &&
+		next->rank < rule->rank)
+		head = next;
+	rule->next.store(next);
+	rule->ready.store(1, std::memory_order_release);
+	head->next.store(rule);
+	return 0;
+}
+
+static int
+insert_into(struct vask_flow_state *state, struct vask_flow_tuple *tuple, struct rte_flow *rule)
+{
+	struct rte_flow *head;
+	int rc;
+
+	/* a rank too low costs packets a lookup, one too high would hide the rule */
+	if (rule->rank < tuple->best_rank) {
+		tuple->best_rank = rule->rank;
+		TAILQ_REMOVE(&state->tuples, tuple, next);
+		list_tuple(state, tuple);
+		if (publish(state) != 0)
+			return -ENOMEM;
+	}
+	rule->tuple = tuple;
+	vask_flow_tuple_key(tuple, &rule->spec.key, rule->key);
+	head = vask_flow_tuple_find(tuple, rule->key);
+	if (head != nullptr)
+		return insert_in_chain(tuple, head, rule);
+
+	rc = vask_flow_tuple_put(tuple, rule);
+	if (rc == -ENOSPC)
+		rc = grow_tuple(state, tuple, rule);
+	rule->head = rc == 0;
+	return rc;
+}
+
+int
+vask_flow_insert(struct vask_flow_state *state, struct rte_flow *rule)
+{
+	struct vask_flow_tuple *tuple = find_tuple(state, &rule->spec.mask);
+	int rc;
+
+	reclaim(state);
+	rule->state = state;
+	rule->rank =
+		static_cast<uint64_t>(rule->spec.priority) << RANK_AGE_BITS | state->next_age++;
+	rc = tuple == nullptr ? insert_first(state, rule) : insert_into(state, tuple, rule);
+	if (rc != 0)
+		return rc;
+	TAILQ_INSERT_TAIL(&state->rules, rule, in_state);
+	TAILQ_INSERT_TAIL(&rule->tuple->rules, rule, in_tuple);
+	if (rule->meters && state->n_meter_rules++ == 0)
+		state->metering.store(true);
+	return 0;
+}
+
+void
+vask_flow_remove(struct rte_flow *rule)
+{
+	struct vask_flow_state *state = rule->state;
+	struct vask_flow_tuple *tuple = rule->tuple;
+	struct rte_flow *next = rule->next.load(std::memory_order_relaxed);
+
+	if (rule->meters && --state->n_meter_rules == 0)
+		state->metering.store(false);
+	if (!rule->head) {
+		struct rte_flow *before = vask_flow_tuple_find(tuple, rule->key);
+
+		while (before->next.load(std::memory_order_relaxed) != rule)
+			before = before->next.load(std::memory_order_relaxed);
+		before->next.store(next);
+	} else if (next != nullptr) {
+		/* takes the place of the same key, so there is room */
+		vask_flow_tuple_put(tuple, next);
+		next->head = true;
+	} else {
+		vask_flow_tuple_take(tuple, rule);
+	}
+	TAILQ_REMOVE(&state->rules, rule, in_state);
+	TAILQ_REMOVE(&tuple->rules, rule, in_tuple);
+	retire(state, &rule->retired, release_rule);
+
+	if (TAILQ_EMPTY(&tuple->rules)) {
+		struct vask_flow_tuple *after = TAILQ_NEXT(tuple, next);
+
+		TAILQ_REMOVE(&state->tuples, tuple, next);
+		if (publish(state) == 0)
+			retire(state, &tuple->retired, release_tuple);
+		else if (after != nullptr) /* stays, empty */
+			TAILQ_INSERT_BEFORE(after, tuple, next);
+		else
+			TAILQ_INSERT_TAIL(&state->tuples, tuple, next);
+	}
+	reclaim(state);
+}

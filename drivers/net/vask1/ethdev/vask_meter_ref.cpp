@@ -1,0 +1,233 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+#include <cerrno>
+
+#include <rte_hash.h>
+#include <rte_malloc.h>
+
+#include "softcard.h"
+#include "vask_flow_table.h"
+#include "vask_meter_ref.h"
+#include "vask_p4_log.h"
+#include "vask_p4_meter.h"
+
+/* Every meter of the card, and as many more that rules name though they are gone. */
+constexpr uint32_t REFS_MAX = 2 * SOFTCARD_METERS;
+
+struct vask_meter_ref {
+	uint32_t meter_id;
+	uint32_t hw_meter_id;          /* where its records stand in the card, 0: nowhere */
+	bool engine[SOFTCARD_ENGINES]; /* those that use the meter */
+	uint32_t n_rules;
+	struct rte_flow *rules[VASK_METER_RULES_MAX];
+};
+
+static struct rte_hash *refs; /* by the user's meter id */
+
+int
+vask_meter_ref_start()
+{
+	struct rte_hash_parameters params = {};
+
+	params.name = "vask_meter_refs";
+	params.entries = REFS_MAX;
+	params.key_len = sizeof(uint32_t);
+	params.socket_id = SOCKET_ID_ANY;
+	params.extra_flag = RTE_HASH_EXTRA_FLAGS_EXT_TABLE;
+	refs = rte_hash_create(&params);
+	return refs != nullptr ? 0 : -ENOMEM;
+}
+
+void
+vask_meter_ref_stop()
+{
+	const void *key;
+	void *ref;
+	uint32_t next = 0;
+
+	if (refs == nullptr)
+		return;
+	while (rte_hash_iterate(refs, &key, &ref, &next) >= 0)
+		rte_free(ref);
+	rte_hash_free(refs);
+	refs = nullptr;
+}
+
+static struct vask_meter_ref *
+find_ref(uint32_t meter_id)
+{
+	void *ref = nullptr;
+
+	if (refs != nullptr)
+		rte_hash_lookup_data(refs, &meter_id, &ref);
+	return static_cast<struct vask_meter_ref *>(ref);
+}
+
+static struct vask_meter_ref *
+add_ref(uint32_t meter_id)
+{
+	struct vask_meter_ref *ref = static_cast<struct vask_meter_ref *>(
+		refs != nullptr ? rte_zmalloc("vask_meter_ref", sizeof(*ref), 0) : nullptr);
+
+	if (ref == nullptr)
+		return nullptr;
+	ref->meter_id = meter_id;
+	if (rte_hash_add_key_data(refs, &meter_id, ref) != 0) {
+		rte_free(ref);
+		return nullptr;
+	}
+	return ref;
+}
+
+/* Forgets a meter that no rule names and no record stands for. */
+static void
+drop_ref(struct vask_meter_ref *ref)
+{
+	if (ref->n_rules != 0 || ref->hw_meter_id != 0)
+		return;
+	rte_hash_del_key(refs, &ref->meter_id);
+	rte_free(ref);
+}
+
+int
+vask_meter_ref_check(uint32_t meter_id)
+{
+	const struct vask_meter_ref *ref = find_ref(meter_id);
+
+	if (meter_id == 0)
+		return -EINVAL;
+	if (vask_p4_find_hw_meterid_by_upid(meter_id) == 0)
+		return -ENOENT;
+	return ref != nullptr && ref->n_rules == VASK_METER_RULES_MAX ? -ENOSPC : 0;
+}
+
+int
+vask_meter_ref_attach(struct rte_flow *rule)
+{
+	const uint32_t meter_id = rule->spec.meter_id;
+	struct vask_meter_ref *ref = find_ref(meter_id);
+	int rc = vask_meter_ref_check(meter_id);
+
+	if (rc != 0)
+		return rc;
+	if (ref == nullptr)
+		ref = add_ref(meter_id);
+	if (ref == nullptr)
+		return -ENOMEM;
+	ref->rules[ref->n_rules++] = rule;
+	ref->engine[rule->spec.dir] = true;
+	rule->meter = ref;
+	vask_meter_refresh(meter_id);
+	return 0;
+}
+
+void
+vask_meter_ref_detach(struct rte_flow *rule)
+{
+	struct vask_meter_ref *ref = rule->meter;
+
+	if (ref == nullptr)
+		return;
+	for (uint32_t i = 0; i < ref->n_rules; i++)
+		if (ref->rules[i] == rule) {
+			ref->rules[i] = ref->rules[--ref->n_rules];
+			break;
+		}
+	rule->meter = nullptr;
+	drop_ref(ref);
+}
+
+static void
+show_rules(struct vask_meter_ref *ref, uint32_t hw_meter_id)
+{
+	for (uint32_t i = 0; i < ref->n_rules; i++)
+		ref->rules[i]->hw_meter_id.store(hw_meter_id, std::memory_order_release);
+}
+
+static void
+write_record(int dir, const struct vask_p4_meter_cfg_node *node)
+{
+	struct vask_p4_mep_meter_inst_table inst = {};
+	int rc;
+
+	vask_p4_meter_convert_inst(node, &inst);
+	rc = softcard_meter_inst_write(dir, node->data.hw_meter_id, &inst);
+	if (rc != 0)
+		VASK_P4_LOG(ERR, "meter %u: instance record %u of engine %d not written, rc = %d",
+			node->data.meter_id, node->data.hw_meter_id, dir, rc);
+}
+
+/* Takes a meter's records out of the card, or leaves them to the meter that shares their index. */
+static void
+leave_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *holder)
+{
+	show_rules(ref, 0);
+	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++) {
+		if (!ref->engine[dir])
+			continue;
+		if (holder != nullptr)
+			write_record(dir, holder);
+		else
+			softcard_meter_inst_clear(dir, ref->hw_meter_id);
+	}
+	ref->hw_meter_id = 0;
+}
+
+/* Writes the records of an enabled meter that something uses. */
+static void
+enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *node)
+{
+	const struct vask_p4_meter_cfg_entry *meter = &node->data;
+	bool engine[SOFTCARD_ENGINES];
+	bool used = false;
+
+	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++) {
+		engine[dir] = (ref != nullptr && ref->engine[dir]) ||
+			softcard_port_meter(dir, meter->port_sfi) == meter->hw_meter_id;
+		used |= engine[dir];
+	}
+	if (!used)
+		return;
+	if (ref == nullptr)
+		ref = add_ref(meter->meter_id);
+	if (ref == nullptr) {
+		VASK_P4_LOG(
+			ERR, "meter %u: no memory, its packets pass unmetered", meter->meter_id);
+		return;
+	}
+	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++) {
+		ref->engine[dir] = engine[dir];
+		if (engine[dir])
+			write_record(dir, node);
+	}
+	ref->hw_meter_id = meter->hw_meter_id;
+	show_rules(ref, meter->hw_meter_id);
+}
+
+void
+vask_meter_refresh(uint32_t meter_id)
+{
+	struct vask_meter_ref *ref = find_ref(meter_id);
+	const uint32_t old_index = ref != nullptr ? ref->hw_meter_id : 0;
+	const struct vask_p4_meter_cfg_node *node, *found = nullptr, *holder = nullptr;
+
+	/* one walk for both: the meter, and who else is on the index that it may leave */
+	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
+		if (found == nullptr && node->data.meter_id == meter_id) {
+			found = node;
+			if (node->data.enable &&
+				(old_index == 0 || old_index == node->data.hw_meter_id))
+				break;
+		} else if (old_index != 0 && node->data.hw_meter_id == old_index &&
+			node->data.enable) {
+			holder = node;
+		}
+	}
+	if (found != nullptr && (!found->data.enable || found->data.hw_meter_id == 0))
+		found = nullptr;
+	if (old_index != 0 && (found == nullptr || found->data.hw_meter_id != old_index))
+		leave_index(ref, holder);
+	if (found != nullptr)
+		enter_index(ref, found);
+	else if (ref != nullptr)
+		drop_ref(ref);
+}
