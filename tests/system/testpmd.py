@@ -1,0 +1,104 @@
+# SPDX-License-Identifier: BSD-3-Clause
+"""Drives the distribution's dpdk-testpmd, command by command, on a pseudo terminal."""
+
+import os
+import pty
+import re
+import select
+import shutil
+import subprocess
+import time
+
+PROMPT = "testpmd> "
+ESCAPES = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]")
+
+
+class Testpmd:
+    """A running testpmd; a context manager that ends it with `quit`."""
+
+    def __init__(self, vdevs, options=(), plugin=None, eal=(), mbufs=8192, timeout=60):
+        self.prefix = f"testpmd{os.getpid()}_{time.monotonic_ns()}"
+        self.timeout = timeout
+        self.master, slave = pty.openpty()
+        command = [
+            shutil.which("dpdk-testpmd"), "--no-huge", "--no-pci", "-m", "256", "-l", "0,1",
+            "--file-prefix", self.prefix, "-d", plugin or os.environ["VASK_PLUGIN"],
+            *eal, *(f"--vdev={v}" for v in vdevs),
+            "--", "-i", "--no-flush-rx", f"--total-num-mbufs={mbufs}", *options]
+        environment = dict(os.environ, TERM="dumb")
+        environment.update(sanitizer_environment(command[command.index("-d") + 1]))
+        self.process = subprocess.Popen(
+            command, stdin=slave, stdout=slave, stderr=slave, close_fds=True, env=environment)
+        os.close(slave)
+        self.log = ""
+        self.banner = self._until_prompt()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, value, trace):
+        if self.process.poll() is None:
+            if kind is None:
+                self.quit()
+            else:
+                self.process.kill()
+                self.process.wait()
+        os.close(self.master)
+
+    def _read(self, deadline):
+        """What has come, or None at the end of the output."""
+        ready, _, _ = select.select([self.master], [], [], max(0, deadline - time.monotonic()))
+        if not ready:
+            raise TimeoutError("testpmd is silent; so far it said:\n" + self.log)
+        try:
+            text = os.read(self.master, 65536).decode(errors="replace")
+        except OSError:
+            text = ""
+        self.log += text
+        return text or None
+
+    def _until_prompt(self):
+        """The output up to the next prompt, or to the end."""
+        deadline, text = time.monotonic() + self.timeout, ""
+        while not text.endswith(PROMPT):
+            part = self._read(deadline)
+            if part is None:
+                break
+            text = ESCAPES.sub("", text + part)
+        return text.removesuffix(PROMPT)
+
+    def run(self, command):
+        """Runs a command; the lines that it printed, without those that are blank."""
+        os.write(self.master, (command + "\n").encode())
+        text = self._until_prompt()
+        lines = [line.rstrip() for line in text.replace("\r", "\n").split("\n")]
+        lines = [line for line in lines if line]
+        while lines and lines[0].removeprefix(PROMPT) == command:  # its echo
+            lines.pop(0)
+        return lines
+
+    def quit(self):
+        """Ends testpmd; returns its exit status, after which self.log holds all that it said."""
+        os.write(self.master, b"quit\n")
+        deadline = time.monotonic() + self.timeout
+        while self._read(deadline) is not None:
+            pass
+        return self.process.wait(timeout=self.timeout)
+
+
+def sanitizer_environment(plugin):
+    """A plugin built with AddressSanitizer needs the library to be loaded first."""
+    needed = subprocess.run(["ldd", plugin], capture_output=True, text=True, check=True).stdout
+    found = re.search(r"libasan\S* => (\S+)", needed)
+    if not found:
+        return {}
+    return {"LD_PRELOAD": found[1], "ASAN_OPTIONS": "detect_leaks=0:verify_asan_link_order=0"}
+
+
+def number(lines, label):
+    """The number after a label, say in `Pkts DROPPED: 12`."""
+    for line in lines:
+        found = re.search(re.escape(label) + r"\s*:?\s*(-?\d+)", line)
+        if found:
+            return int(found[1])
+    raise AssertionError(f"no {label!r} in {lines}")
