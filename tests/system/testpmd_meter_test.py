@@ -119,9 +119,9 @@ class TestpmdMeter(Session):
             self.answers(t, "create port meter 0 9 5 7 yes 0x88 0 g 0",
                          "meter id: meter id repeat err (error 5)")
             self.answers(t, "create port meter 0 10 1 7 yes 0x88 0 g 0",
-                         "meter profile id null: add meter but not find profile (error 2)")
+                         "meter profile id: add meter but not find profile (error 2)")
             self.answers(t, "create port meter 0 10 5 1 yes 0x88 0 g 0",
-                         "meter policy id null: add meter but not find policy (error 13)")
+                         "meter policy id: add meter but not find policy (error 13)")
             self.answers(t, "del port meter profile 0 5",
                          "meter profile null: meter profile reference not 0! (error 3)")
             self.answers(t, "del port meter policy 0 7",
