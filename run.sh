@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 capture=tests/data/iperf3.pcap
-config=examples/replay.conf
+config=examples/metered-port.cfg
 
 case ${1-} in
 -h | --help)

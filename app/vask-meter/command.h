@@ -10,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 
+void add_replay_command(CLI::App &app);
 void add_units_command(CLI::App &app);
 void add_p4_command(CLI::App &app);
 

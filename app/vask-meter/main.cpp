@@ -27,6 +27,7 @@ main(int argc, char **argv)
 	app.footer(FOOTER);
 	app.set_version_flag("--version", VASK_METER_VERSION);
 
+	add_replay_command(app);
 	add_units_command(app);
 	add_p4_command(app);
 

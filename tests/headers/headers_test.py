@@ -54,8 +54,7 @@ class Headers(unittest.TestCase):
 def add_case(compiler, standard, header):
     def case(self):
         code, said = compile_alone([compiler, f"-std={standard}"], header)
-        if code != 0 or said:
-            self.fail(said)
+        self.assertEqual((code, said), (0, ""))
     label = header.relative_to(DRIVERS).as_posix().replace("/", "_").replace(".", "_")
     setattr(Headers, f"test_{label}_compiles_alone_as_{standard}_by_{compiler}", case)
 

@@ -166,12 +166,6 @@ FakeCard::WatchLock(const rte_spinlock_t *lock)
 	watched_.push_back(lock);
 }
 
-void
-FakeCard::ForgetLocks()
-{
-	watched_.clear();
-}
-
 unsigned
 FakeCard::LocksHeld() const
 {

@@ -13,6 +13,8 @@
 
 #include <stdint.h>
 
+#include <rte_meter.h>
+
 #include "vask_p4_meter.h"
 
 #ifdef __cplusplus
@@ -53,6 +55,32 @@ int rte_pmd_net_vask1_instance_mod(uint32_t id, const p4_meter_instance_t *entry
 /** Destroys a meter. */
 int rte_pmd_net_vask1_instance_del(uint32_t id);
 /** @} */
+
+/** What an engine has done for a meter since its instance became valid. Arrays go by enum rte_color. */
+struct rte_pmd_net_vask1_meter_stats {
+	uint64_t n_pkts[RTE_COLORS];
+	uint64_t n_bytes[RTE_COLORS];
+	uint64_t n_pkts_dropped;
+	uint64_t n_bytes_dropped;
+	uint64_t n_pkts_rewritten; /**< packets that carry the DSCP that the policy asks for */
+	/** Levels of the committed and the excess (or peak) bucket, and what they hold when full; in whole
+	 * bytes, or packets in packet mode. */
+	uint64_t level_c;
+	uint64_t level_e;
+	uint64_t burst_c;
+	uint64_t burst_e;
+};
+
+/**
+ * Reads what rte_mtr_stats_read() does not tell: the packets of each colour.
+ *
+ * @param mtr_id  the meter, by the caller's id, whichever interface created it.
+ * @param egress  0 for the ingress engine, else the egress engine.
+ * @return 0; -ENOENT when there is no such meter; -EINVAL for null stats; -ENODEV. All zero while no packets
+ *   are metered by it in that engine.
+ */
+int rte_pmd_net_vask1_meter_stats(
+	uint32_t mtr_id, int egress, struct rte_pmd_net_vask1_meter_stats *stats);
 
 /**
  * Sets a fault: an operation of the card's lower layers fails, or takes longer.

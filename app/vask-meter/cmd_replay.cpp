@@ -1,0 +1,72 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+#include <cstdio>
+#include <unistd.h>
+
+#include "capture.h"
+#include "command.h"
+#include "error.h"
+#include "replay.h"
+#include "report_text.h"
+
+namespace
+{
+replay_options options;
+std::string config_path, csv, json;
+
+void
+show_progress(uint64_t position, uint64_t size)
+{
+	constexpr int width = 40;
+	if (size == 0)
+		return;
+	const auto done = static_cast<int>(std::min(position, size) * width / size);
+	fmt::print(stderr, "\r[{:=<{}}{:{}}] {:3}%", "", done, "", width - done,
+		std::min(position, size) * 100 / size);
+}
+
+void
+run()
+{
+	const meters_config config = config_read(config_path);
+	const bool terminal = isatty(STDERR_FILENO) != 0;
+
+	fmt::print("{}{}", profiles_text(config), remarks_text(config));
+	if (std::fflush(stdout) != 0)
+		fail("standard output: cannot write");
+	if (terminal)
+		options.progress = show_progress;
+	const replay_result result = replay(config, options);
+	if (terminal)
+		fmt::print(stderr, "\r{:50}\r", "");
+
+	fmt::print("\n{}", result_text(config, result));
+	if (!csv.empty())
+		write_whole_file(csv, result_csv(config, result));
+	if (!json.empty())
+		write_whole_file(json, result_json(config, result));
+	for (const std::string &path : {options.out, options.packets, csv, json})
+		if (!path.empty())
+			fmt::print("wrote {}\n", path);
+}
+} // namespace
+
+void
+add_replay_command(CLI::App &app)
+{
+	CLI::App *replay =
+		app.add_subcommand("replay", "What these meters do to the traffic of a capture");
+	replay->add_option("CONFIG", config_path, "profiles, policies, meters and flow rules")
+		->required();
+	replay->add_option("CAPTURE", options.capture, "Ethernet frames, pcap or pcapng")
+		->required();
+	replay->add_option("-o,--out", options.out, "the packets as they leave, a capture");
+	replay->add_option("--csv", csv, "a line for each meter");
+	replay->add_option("--json", json, "the whole result");
+	replay->add_option("--packets", options.packets,
+		"a line for each packet: its meters, their colours, and when it left");
+	replay->add_flag("--verbose", options.verbose, "let DPDK and the driver log");
+	replay->footer(
+		"Example:\n  vask-meter replay examples/metered-port.cfg tests/data/iperf3.pcap "
+		"-o out.pcap\n");
+	replay->callback(run);
+}
