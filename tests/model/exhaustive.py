@@ -160,10 +160,11 @@ def main():
     parser.add_argument("--runner", required=True, nargs="+")
     parser.add_argument("--depth", type=int, default=5, help="steps to a state (5)")
     parser.add_argument("--limit", type=int, default=1, help="stop after so many divergences (1)")
+    parser.add_argument("--no-shrink", action="store_true", help="print a diverging scenario as it was made")
     arguments = parser.parse_args()
     begun = time.monotonic()
     try:
-        campaign = Campaign(arguments.runner, arguments.limit)
+        campaign = Campaign(arguments.runner, arguments.limit, not arguments.no_shrink)
     except Ended as ending:
         print(f"the runner does not start: {ending}")
         return 1

@@ -71,9 +71,10 @@ def show_events(expected, actual):
 class Campaign:
     """Runs scenarios and counts."""
 
-    def __init__(self, command, limit=1):
+    def __init__(self, command, limit=1, shrinking=True):
         self.command = command
         self.limit = limit
+        self.shrinking = shrinking
         self.runner = Runner(command)
         self.numbers = self.runner.numbers
         self.scenarios = self.operations = self.comparisons = 0
@@ -102,7 +103,7 @@ class Campaign:
 
         def fails(trial):
             return difference(self.command, trial, self.numbers) is not None
-        if fails(scenario):
+        if self.shrinking and fails(scenario):
             scenario = shrink(scenario, fails)
         self.divergences.append(scenario)
         print(f"divergence {len(self.divergences)}:")
@@ -137,6 +138,7 @@ def main():
     parser.add_argument("--operations", type=int)
     parser.add_argument("--seed", type=int, help="default: taken from the clock and printed")
     parser.add_argument("--limit", type=int, default=1, help="stop after so many divergences (1)")
+    parser.add_argument("--no-shrink", action="store_true", help="print a diverging scenario as it was made")
     parser.add_argument("--replay", help="a file of scenarios")
     arguments = parser.parse_args()
     if not (arguments.seconds or arguments.operations or arguments.replay):
@@ -144,7 +146,7 @@ def main():
     if not os.access(arguments.runner[0], os.X_OK):
         parser.error(f"{arguments.runner[0]}: no such program")
     try:
-        campaign = Campaign(arguments.runner, arguments.limit)
+        campaign = Campaign(arguments.runner, arguments.limit, not arguments.no_shrink)
         if arguments.replay:
             with open(arguments.replay, encoding="utf-8") as file:
                 for text in file:

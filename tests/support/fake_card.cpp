@@ -166,6 +166,12 @@ FakeCard::WatchLock(const rte_spinlock_t *lock)
 	watched_.push_back(lock);
 }
 
+void
+FakeCard::ForgetLocks()
+{
+	watched_.clear();
+}
+
 unsigned
 FakeCard::LocksHeld() const
 {

@@ -82,6 +82,7 @@ class FakeCard
 
 	/** A record's lock that stands in no list and in no block of calloc(). */
 	void WatchLock(const rte_spinlock_t *lock);
+	void ForgetLocks();
 
 	/** Locks of the module's records that are held now. */
 	unsigned LocksHeld() const;

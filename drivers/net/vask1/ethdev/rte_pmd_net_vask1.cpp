@@ -130,7 +130,7 @@ rte_pmd_net_vask1_meter_stats(
 	hw_meter_id = vask_p4_find_hw_meterid_by_upid(mtr_id);
 	if (hw_meter_id == 0)
 		return -ENOENT;
-	rc = softcard_meter_view(
+	rc = softcard_view_meter(
 		egress != 0 ? VASK_P4_MEP_EGRESS : VASK_P4_MEP_INGRESS, hw_meter_id, &view);
 	if (rc != 0)
 		return rc;

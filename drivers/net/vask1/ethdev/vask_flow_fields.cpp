@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 #include <netinet/in.h>
+#include <netinet/ip.h>
 
 #include <rte_mbuf.h>
 
@@ -17,6 +18,7 @@ constexpr uint16_t TPID_QINQ1 = RTE_BE16(RTE_ETHER_TYPE_QINQ1);
 constexpr uint16_t IPV4_FRAGMENT = RTE_BE16(RTE_IPV4_HDR_OFFSET_MASK | RTE_IPV4_HDR_MF_FLAG);
 constexpr uint16_t IPV6_FRAGMENT = RTE_BE16(0xfff9);
 
+constexpr uint8_t IPV6_VERSION = 6;
 constexpr uint8_t NEXT_MOBILITY = 135;
 constexpr uint8_t NEXT_HIP = 139;
 constexpr uint8_t NEXT_SHIM6 = 140;
@@ -36,36 +38,41 @@ is_tag(uint16_t ether_type)
 	return ether_type == TPID_VLAN || ether_type == TPID_QINQ || ether_type == TPID_QINQ1;
 }
 
-static inline void
+/* Each of these returns the bits of the headers that it found. */
+
+static inline uint16_t
 read_l4(const uint8_t *p, uint32_t off, uint32_t end, uint8_t proto, union vask_flow_fields *f)
 {
 	if (proto == IPPROTO_UDP && off + sizeof(struct rte_udp_hdr) <= end) {
 		memcpy(f->l4_ports, p + off, sizeof(f->l4_ports));
 		memcpy(f->l4_rest, p + off + 4, sizeof(struct rte_udp_hdr) - 4);
-		f->present |= VASK_FLOW_HAS_UDP;
-	} else if (proto == IPPROTO_TCP && off + sizeof(struct rte_tcp_hdr) <= end) {
+		return VASK_FLOW_HAS_UDP;
+	}
+	if (proto == IPPROTO_TCP && off + sizeof(struct rte_tcp_hdr) <= end) {
 		memcpy(f->l4_ports, p + off, sizeof(f->l4_ports));
 		memcpy(f->l4_rest, p + off + 4, sizeof(struct rte_tcp_hdr) - 4);
-		f->present |= VASK_FLOW_HAS_TCP;
+		return VASK_FLOW_HAS_TCP;
 	}
+	return 0;
 }
 
-static inline void
+static inline uint16_t
 read_ipv4(const uint8_t *p, uint32_t off, uint32_t len, union vask_flow_fields *f)
 {
+	const struct rte_ipv4_hdr *ipv4 = reinterpret_cast<const struct rte_ipv4_hdr *>(p + off);
 	uint32_t header, total;
 
-	if (off + sizeof(struct rte_ipv4_hdr) > len || p[off] >> 4 != 4)
-		return;
-	header = (p[off] & RTE_IPV4_HDR_IHL_MASK) * RTE_IPV4_IHL_MULTIPLIER;
-	total = rte_be_to_cpu_16(load16(p + off + offsetof(struct rte_ipv4_hdr, total_length)));
-	if (header < sizeof(struct rte_ipv4_hdr) || total < header)
-		return;
-	memcpy(&f->ipv4, p + off, sizeof(f->ipv4));
-	f->present |= VASK_FLOW_HAS_IPV4;
-	if ((f->ipv4.fragment_offset & IPV4_FRAGMENT) != 0)
-		return;
-	read_l4(p, off + header, std::min(len, off + total), f->ipv4.next_proto_id, f);
+	if (off + sizeof(*ipv4) > len || ipv4->version_ihl >> 4 != IPVERSION)
+		return 0;
+	header = (ipv4->version_ihl & RTE_IPV4_HDR_IHL_MASK) * RTE_IPV4_IHL_MULTIPLIER;
+	total = rte_be_to_cpu_16(ipv4->total_length);
+	if (header < sizeof(*ipv4) || total < header)
+		return 0;
+	memcpy(&f->ipv4, ipv4, sizeof(f->ipv4));
+	if ((ipv4->fragment_offset & IPV4_FRAGMENT) != 0)
+		return VASK_FLOW_HAS_IPV4;
+	return VASK_FLOW_HAS_IPV4 |
+		read_l4(p, off + header, std::min(len, off + total), ipv4->next_proto_id, f);
 }
 
 /* The bit of an extension header, or 0 for any other protocol. */
@@ -97,7 +104,7 @@ ipv6_ext(uint8_t proto)
 }
 
 /* Walks the extension headers to the protocol behind them. */
-static void
+static uint16_t
 read_ipv6_payload(
 	const uint8_t *p, uint32_t off, uint32_t end, uint8_t proto, union vask_flow_fields *f)
 {
@@ -106,7 +113,7 @@ read_ipv6_payload(
 
 		/* none is shorter than 8 bytes */
 		if (off + 8 > end)
-			return;
+			return 0;
 		if (ext == VASK_FLOW_EXT_FRAG)
 			size = 8;
 		else if (ext == VASK_FLOW_EXT_ESP)
@@ -116,64 +123,70 @@ read_ipv6_payload(
 		else
 			size = (p[off + 1] + 1) * 8;
 		if (off + size > end)
-			return;
+			return 0;
 		f->ipv6_ext |= ext;
 		if (ext == VASK_FLOW_EXT_ESP)
-			return;
+			return 0;
 		/* a whole datagram may carry a fragment header too */
 		if (ext == VASK_FLOW_EXT_FRAG && (load16(p + off + 2) & IPV6_FRAGMENT) != 0)
-			return;
+			return 0;
 		proto = p[off];
 		off += size;
 	}
-	read_l4(p, off, end, proto, f);
+	return read_l4(p, off, end, proto, f);
 }
 
-static inline void
+static inline uint16_t
 read_ipv6(const uint8_t *p, uint32_t off, uint32_t len, union vask_flow_fields *f)
 {
-	if (off + sizeof(struct rte_ipv6_hdr) > len || p[off] >> 4 != 6)
-		return;
-	memcpy(&f->ipv6, p + off, sizeof(f->ipv6));
-	f->present |= VASK_FLOW_HAS_IPV6;
-	off += sizeof(struct rte_ipv6_hdr);
-	len = std::min(len, off + rte_be_to_cpu_16(f->ipv6.payload_len));
-	read_ipv6_payload(p, off, len, f->ipv6.proto, f);
+	const struct rte_ipv6_hdr *ipv6 = reinterpret_cast<const struct rte_ipv6_hdr *>(p + off);
+
+	if (off + sizeof(*ipv6) > len || p[off] >> 4 != IPV6_VERSION)
+		return 0;
+	memcpy(&f->ipv6, ipv6, sizeof(f->ipv6));
+	off += sizeof(*ipv6);
+	len = std::min(len, off + rte_be_to_cpu_16(ipv6->payload_len));
+	return VASK_FLOW_HAS_IPV6 | read_ipv6_payload(p, off, len, ipv6->proto, f);
+}
+
+static inline uint16_t
+read_headers(const uint8_t *p, uint32_t len, union vask_flow_fields *f)
+{
+	uint32_t off = sizeof(struct rte_ether_hdr);
+	uint16_t present = VASK_FLOW_HAS_ETH;
+	uint16_t type;
+
+	if (len < off)
+		return 0;
+	memcpy(&f->eth, p, sizeof(f->eth));
+	type = load16(p + offsetof(struct rte_ether_hdr, ether_type));
+	for (unsigned tags = 0; unlikely(is_tag(type)); tags++) {
+		if (off + sizeof(struct rte_vlan_hdr) > len)
+			return present;
+		if (tags == RTE_DIM(f->vlan))
+			return present | VASK_FLOW_HAS_VLAN3;
+		memcpy(&f->vlan[tags], p + off, sizeof(f->vlan[tags]));
+		present |= tags == 0 ? VASK_FLOW_HAS_VLAN : VASK_FLOW_HAS_VLAN2;
+		type = f->vlan[tags].eth_proto;
+		off += sizeof(struct rte_vlan_hdr);
+	}
+	if (likely(type == ETHER_TYPE_IPV4))
+		return present | read_ipv4(p, off, len, f);
+	if (type == ETHER_TYPE_IPV6)
+		return present | read_ipv6(p, off, len, f);
+	return present;
 }
 
 static inline void
 read_frame(const struct rte_mbuf *pkt, union vask_flow_fields *f)
 {
 	uint8_t copy[VASK_FLOW_HEADERS_MAX];
-	uint32_t len = std::min(pkt->pkt_len, VASK_FLOW_HEADERS_MAX);
-	const uint8_t *p = static_cast<const uint8_t *>(rte_pktmbuf_read(pkt, 0, len, copy));
-	uint32_t off = sizeof(struct rte_ether_hdr);
-	uint16_t type;
+	const uint32_t len = std::min(pkt->pkt_len, VASK_FLOW_HEADERS_MAX);
+	const void *p = rte_pktmbuf_read(pkt, 0, len, copy);
 
-	memset(f, 0, sizeof(*f));
-	if (p == nullptr || len < off)
-		return;
-	memcpy(&f->eth, p, sizeof(f->eth));
-	f->present = VASK_FLOW_HAS_ETH;
-
-	type = f->eth.ether_type;
-	for (unsigned tags = 0; is_tag(type); tags++) {
-		if (off + sizeof(struct rte_vlan_hdr) > len)
-			return;
-		if (tags == RTE_DIM(f->vlan)) {
-			f->present |= VASK_FLOW_HAS_VLAN3;
-			return;
-		}
-		memcpy(&f->vlan[tags], p + off, sizeof(f->vlan[tags]));
-		f->present |= tags == 0 ? VASK_FLOW_HAS_VLAN : VASK_FLOW_HAS_VLAN2;
-		type = f->vlan[tags].eth_proto;
-		off += sizeof(struct rte_vlan_hdr);
-	}
-
-	if (type == ETHER_TYPE_IPV4)
-		read_ipv4(p, off, len, f);
-	else if (type == ETHER_TYPE_IPV6)
-		read_ipv6(p, off, len, f);
+	/* the word that every key has a part in */
+	f->word[0] = 0;
+	f->present = p == nullptr ? 0 : read_headers(static_cast<const uint8_t *>(p), len, f);
 }
 
 void

@@ -50,8 +50,8 @@ enum vask_flow_ipv6_ext : uint16_t {
 
 /**
  * Fields in network byte order, as on the wire. A field means something only where `present` has its
- * header's bit, so a key that asks for a field asks for that bit too; else it is 0, or what stands there
- * in the frame.
+ * header's bit, so a key that asks for a field asks for that bit too. Of a frame's image only word 0 is
+ * set where a header is absent.
  *
  * Grouped so that the usual patterns fall into few words: ports beside the header bits, both IPv4
  * addresses in one word.

@@ -119,7 +119,7 @@ softcard_shaper_charge(struct softcard_shaper *shaper, uint64_t release_ns, uint
 }
 
 int
-softcard_shaper_read(int dir, uint16_t port_sfi, struct softcard_shaper_view *view)
+softcard_view_shaper(int dir, uint16_t port_sfi, struct softcard_shaper_view *view)
 {
 	const int rc = softcard_engine_check(dir, port_sfi, SOFTCARD_PORTS);
 	if (rc != 0)

@@ -85,6 +85,6 @@ struct softcard_shaper_view {
 };
 
 /** Reads the ingress scheduler's shaper (ingress) or a port's (egress). 0, -EINVAL, -ERANGE or -ENODEV. */
-int softcard_shaper_read(int dir, uint16_t port_sfi, struct softcard_shaper_view *view);
+int softcard_view_shaper(int dir, uint16_t port_sfi, struct softcard_shaper_view *view);
 
 #endif /* SOFTCARD_SHAPER_H */

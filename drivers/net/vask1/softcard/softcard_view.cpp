@@ -8,7 +8,7 @@
 #include "softcard_internal.h"
 
 int
-softcard_meter_view(int dir, uint32_t hw_meter_id, struct softcard_meter_view *view)
+softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *view)
 {
 	const int rc = softcard_engine_check(dir, hw_meter_id, SOFTCARD_METERS);
 	if (rc != 0)
@@ -69,7 +69,7 @@ softcard_rate_sample()
 }
 
 int
-softcard_profile_view(
+softcard_view_profile(
 	int dir, uint32_t hw_profile_id, struct vask_p4_mep_meter_profile_table *profile)
 {
 	const int rc = softcard_engine_check(dir, hw_profile_id, SOFTCARD_PROFILES);
@@ -83,7 +83,7 @@ softcard_profile_view(
 }
 
 int
-softcard_policy_view(int dir, uint32_t hw_policy_id, struct vask_p4_mep_meter_policy_table *policy)
+softcard_view_policy(int dir, uint32_t hw_policy_id, struct vask_p4_mep_meter_policy_table *policy)
 {
 	const int rc = softcard_engine_check(dir, hw_policy_id, SOFTCARD_POLICIES);
 	if (rc != 0)
@@ -96,7 +96,7 @@ softcard_policy_view(int dir, uint32_t hw_policy_id, struct vask_p4_mep_meter_po
 }
 
 int
-softcard_pipeline_profile_view(uint32_t index, struct qorn_meter_profile_table *profile)
+softcard_view_pipeline_profile(uint32_t index, struct qorn_meter_profile_table *profile)
 {
 	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, index, SOFTCARD_PIPELINE_ENTRIES);
 	if (rc != 0)
@@ -109,7 +109,7 @@ softcard_pipeline_profile_view(uint32_t index, struct qorn_meter_profile_table *
 }
 
 int
-softcard_pipeline_meter_view(uint32_t index, struct qorn_meter_table *meter)
+softcard_view_pipeline_meter(uint32_t index, struct qorn_meter_table *meter)
 {
 	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, index, SOFTCARD_PIPELINE_ENTRIES);
 	if (rc != 0)
@@ -122,7 +122,7 @@ softcard_pipeline_meter_view(uint32_t index, struct qorn_meter_table *meter)
 }
 
 int
-softcard_port_view(uint16_t port_sfi, struct softcard_port_view *view)
+softcard_view_port(uint16_t port_sfi, struct softcard_port_view *view)
 {
 	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, port_sfi, SOFTCARD_PORTS);
 	if (rc != 0)

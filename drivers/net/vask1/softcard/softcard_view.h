@@ -34,7 +34,7 @@ struct softcard_meter_view {
 	uint64_t passed_bytes_s; /* bytes/s let through, over the last two softcard_rate_sample() */
 };
 
-int softcard_meter_view(int dir, uint32_t hw_meter_id, struct softcard_meter_view *view);
+int softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *view);
 
 /**
  * Takes a sample for passed_bytes_s: to be called about once a second. The rate is that between the latest
@@ -43,18 +43,18 @@ int softcard_meter_view(int dir, uint32_t hw_meter_id, struct softcard_meter_vie
 void softcard_rate_sample();
 
 /** An engine's copy of a profile; all zero when it is not in use. */
-int softcard_profile_view(
+int softcard_view_profile(
 	int dir, uint32_t hw_profile_id, struct vask_p4_mep_meter_profile_table *profile);
 
 /** An engine's copy of a policy; all zero when it is not in use. */
 int
-softcard_policy_view(int dir, uint32_t hw_policy_id, struct vask_p4_mep_meter_policy_table *policy);
+softcard_view_policy(int dir, uint32_t hw_policy_id, struct vask_p4_mep_meter_policy_table *policy);
 
 /** A pipeline meter profile; all zero when it is not in use. */
-int softcard_pipeline_profile_view(uint32_t index, struct qorn_meter_profile_table *profile);
+int softcard_view_pipeline_profile(uint32_t index, struct qorn_meter_profile_table *profile);
 
 /** A pipeline meter; all zero when it is not in use. */
-int softcard_pipeline_meter_view(uint32_t index, struct qorn_meter_table *meter);
+int softcard_view_pipeline_meter(uint32_t index, struct qorn_meter_table *meter);
 
 /** What the card holds for a source port, the shaper aside. */
 struct softcard_port_view {
@@ -64,6 +64,6 @@ struct softcard_port_view {
 	struct qorn_input_port_table_result_tx tx_entry;
 };
 
-int softcard_port_view(uint16_t port_sfi, struct softcard_port_view *view);
+int softcard_view_port(uint16_t port_sfi, struct softcard_port_view *view);
 
 #endif /* SOFTCARD_VIEW_H */
