@@ -1,0 +1,163 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+/* The life of ports: probe, close, and what stands or falls with them. */
+#include "port_test.h"
+
+#include "rte_pmd_net_vask1.h"
+
+namespace vask_test
+{
+
+class PortLife : public PortTest
+{
+      protected:
+	/* One round from nothing to packets. What it leaves behind is for the close. */
+	void run_round()
+	{
+		Wire wire = make_wire("wire");
+
+		ASSERT_EQ(probe("net_vask1_0", "uplink=net_ring_wire,clock=capture,tick=ns"), 0);
+		const uint16_t port = port_of("net_vask1_0");
+
+		/* full pools: 255 profiles, 254 policies beside the default one, then no more */
+		for (uint32_t id = 1; id <= 255; id++)
+			ASSERT_EQ(add_profile(port, id, 80000, 20480, 20480), 0) << id;
+		EXPECT_LT(add_profile(port, 256, 80000, 20480, 20480), 0);
+		for (uint32_t id = 1; id <= 254; id++)
+			ASSERT_EQ(add_policy(port, id), 0) << id;
+		EXPECT_LT(add_policy(port, 256), 0);
+		ASSERT_EQ(create_meter(port, 9, 5, 7, RECEIVE), 0);
+		ASSERT_EQ(create_meter(port, 10, 5, 7, TRANSMIT), 0);
+		ASSERT_EQ(create_meter(port, 0, 5, 7, 0), 0);
+		ASSERT_EQ(create_meter(port, 0, 5, 7, 0), 0);
+		ASSERT_NE(add_meter_rule(port, IPPROTO_UDP, 9), nullptr);
+		ASSERT_NE(add_meter_rule(port, IPPROTO_UDP, 10, true), nullptr);
+
+		ASSERT_EQ(start(port), 0);
+		for (int i = 0; i < 100; i++)
+			put(wire, {.length = 1000});
+		EXPECT_EQ(receive(port).size(), 40u);
+		EXPECT_EQ(stats(port, 9).n_pkts_dropped, 60u);
+		EXPECT_EQ(send(port, std::vector<Frame>(30)), 30);
+		EXPECT_EQ(sent(wire).size(), 30u);
+
+		ASSERT_EQ(rte_eth_dev_stop(port), 0);
+		ASSERT_EQ(rte_eth_dev_close(port), 0);
+		EXPECT_EQ(meter_index_mgr, nullptr);
+		EXPECT_EQ(remove("net_vask1_0"), 0);
+		remove_wire(wire);
+	}
+};
+
+TEST_F(PortLife, ProbeRunCloseAndProbeAgainStartsFromEmptyListsAndFullPools)
+{
+	for (int round = 0; round < 3; round++) {
+		SCOPED_TRACE(round);
+		run_round();
+	}
+}
+
+TEST_F(PortLife, CloseDestroysThePortsMetersAndLeavesTheOtherPorts)
+{
+	ASSERT_EQ(probe("net_vask1_0", ""), 0);
+	ASSERT_EQ(probe("net_vask1_1", ""), 0);
+	const uint16_t first = port_of("net_vask1_0"), second = port_of("net_vask1_1");
+
+	ASSERT_EQ(add_profile(first, 5, 80000, 20480, 20480), 0);
+	ASSERT_EQ(create_meter(first, 0, 5, 0, RECEIVE), 0);
+	ASSERT_EQ(create_meter(first, 8, 5, 0, RECEIVE), 0);
+	ASSERT_EQ(create_meter(second, 0, 5, 0, RECEIVE), 0);
+	ASSERT_EQ(create_meter(second, 9, 5, 0, RECEIVE), 0);
+	ASSERT_EQ(rte_eth_dev_close(first), 0);
+	remove("net_vask1_0");
+
+	EXPECT_EQ(vask_p4_find_hw_meterid_by_upid(8), 0u);
+	EXPECT_NE(vask_p4_find_hw_meterid_by_upid(9), 0u);
+	/* the second port's meter 0 is still there: its profile is in use until both of its meters go */
+	EXPECT_EQ(rte_mtr_destroy(second, 9, &error), 0);
+	EXPECT_EQ(rte_mtr_meter_profile_delete(second, 5, &error), -EBUSY);
+	EXPECT_EQ(rte_mtr_destroy(second, 0, &error), 0);
+	EXPECT_EQ(rte_mtr_meter_profile_delete(second, 5, &error), 0);
+}
+
+TEST_F(PortLife, PoolThatCannotBeCreatedFailsTheProbeAndLeavesNothing)
+{
+	for (int n = 1; n <= 3; n++) {
+		SCOPED_TRACE(n);
+		const std::string fault =
+			"fault=vask_p4_indexstack_create:" + std::to_string(n) + ":-12";
+
+		EXPECT_LT(probe("net_vask1_0", fault), 0);
+		EXPECT_EQ(rte_eth_dev_count_total(), 0);
+		EXPECT_EQ(meter_index_mgr, nullptr);
+	}
+	EXPECT_EQ(probe("net_vask1_0", ""), 0);
+}
+
+TEST_F(PortLife, FailedProbeGivesTheUplinkBack)
+{
+	Wire wire = make_wire("wire");
+
+	EXPECT_LT(probe("net_vask1_0", "uplink=net_ring_wire,fault=no_such_operation:1:-5"), 0);
+	EXPECT_EQ(rte_eth_dev_count_avail(), 1);
+	EXPECT_EQ(probe("net_vask1_0", "uplink=net_ring_wire"), 0);
+	/* ours alone is seen */
+	EXPECT_EQ(rte_eth_dev_count_avail(), 1);
+	EXPECT_EQ(rte_eth_dev_count_total(), 2);
+}
+
+TEST_F(PortLife, MeterThatTheCardRefusesToDeleteGoesWithItsPortBecauseFaultsAreLifted)
+{
+	ASSERT_EQ(probe("net_vask1_0", ""), 0);
+	const uint16_t port = port_of("net_vask1_0");
+
+	ASSERT_EQ(add_profile(port, 5, 80000, 20480, 20480), 0);
+	ASSERT_EQ(create_meter(port, 9, 5, 0, RECEIVE), 0);
+	ASSERT_EQ(rte_pmd_net_vask1_fault_set("vask_p4_isch_shaper_csr_write:every:7"), 0);
+	EXPECT_EQ(rte_mtr_destroy(port, 9, &error), -EBUSY);
+	EXPECT_STREQ(error.message, "meter delete not success");
+	EXPECT_NE(vask_p4_find_hw_meterid_by_upid(9), 0u);
+	log();
+	ASSERT_EQ(rte_eth_dev_close(port), 0);
+	EXPECT_EQ(log().find("refuses"), std::string::npos);
+	EXPECT_EQ(vask_p4_find_hw_meterid_by_upid(9), 0u);
+}
+
+TEST_F(PortLife, StartedPortIsStoppedWhenItsDeviceIsRemoved)
+{
+	Wire wire = make_wire("wire");
+
+	ASSERT_EQ(probe("net_vask1_0", "uplink=net_ring_wire"), 0);
+	ASSERT_EQ(start(port_of("net_vask1_0")), 0);
+	put(wire, {});
+	EXPECT_EQ(remove("net_vask1_0"), 0);
+	EXPECT_EQ(rte_eth_dev_count_total(), 0);
+}
+
+TEST_F(PortLife, ResetTakesRulesAndMetersAwayAndThePortRunsAgain)
+{
+	Wire wire = make_wire("wire");
+
+	ASSERT_EQ(probe("net_vask1_0", "uplink=net_ring_wire,clock=capture"), 0);
+	const uint16_t port = port_of("net_vask1_0");
+	ASSERT_EQ(add_profile(port, 5, 80000, 20480, 20480), 0);
+	ASSERT_EQ(create_meter(port, 9, 5, 0, RECEIVE), 0);
+	ASSERT_NE(add_meter_rule(port, IPPROTO_UDP, 9), nullptr);
+	ASSERT_EQ(start(port), 0);
+	ASSERT_EQ(rte_eth_dev_reset(port), 0);
+	EXPECT_EQ(vask_p4_find_hw_meterid_by_upid(9), 0u);
+	ASSERT_EQ(start(port), 0);
+	for (int i = 0; i < 100; i++)
+		put(wire, {.length = 1000});
+	EXPECT_EQ(receive(port).size(), 100u);
+}
+
+TEST_F(PortLife, CallsOfTheDriversOwnAreRefusedWhileThereIsNoPort)
+{
+	const p4_meter_profile_t profile = {};
+
+	EXPECT_EQ(rte_pmd_net_vask1_profile_add(1, &profile), -ENODEV);
+	EXPECT_EQ(rte_pmd_net_vask1_instance_del(1), -ENODEV);
+	EXPECT_EQ(rte_pmd_net_vask1_fault_set("vask_cmd_set_shaper:1:5"), -ENODEV);
+}
+
+} // namespace vask_test
