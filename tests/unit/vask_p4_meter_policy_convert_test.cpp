@@ -141,6 +141,17 @@ TEST_F(PolicyValidate, ColoursAreLookedAtFromGreenToRed)
 	EXPECT_STREQ(error.message, TOO_MUCH);
 }
 
+TEST_F(PolicyValidate, EachRefusalIsTheSameWithoutAnErrorRecord)
+{
+	Actions unsupported({Void()}, {}, {});
+	Actions too_many({Drop(), Drop(), Drop()}, {}, {});
+	for (Actions *actions : {&unsupported, &too_many}) {
+		rte_errno = 0;
+		EXPECT_EQ(vask_p4_meter_policy_validate(dev, &actions->params, nullptr), -16);
+		EXPECT_EQ(rte_errno, 16);
+	}
+}
+
 TEST_F(PolicyValidate, NullPolicyIsRefusedBeforeAnythingIsLogged)
 {
 	ExpectRefusedAsNull(vask_p4_meter_policy_validate(dev, nullptr, &error), error);

@@ -307,6 +307,32 @@ TEST_F(PolicyAdd, RefusedEngineWriteFreesTheNodeAndKeepsTheHardwareIdTaken)
 	EXPECT_EQ(TAILQ_FIRST(&vask_p4_meter_policy_list)->data.hw_policy_id, 2u);
 }
 
+TEST_F(PolicyAdd, EachRefusalIsTheSameWithoutAnErrorRecord)
+{
+	const auto refused = [this](uint32_t id, rte_mtr_meter_policy_params &params) {
+		rte_errno = 0;
+		EXPECT_EQ(vask_p4_meter_policy_add(dev, id, &params, nullptr), -16);
+		EXPECT_EQ(rte_errno, 16);
+	};
+	Actions unsupported({}, {}, {Void()});
+	Actions no_conf({}, {}, {{RTE_FLOW_ACTION_TYPE_SET_IPV4_DSCP, nullptr}});
+	Actions too_many({}, {}, {Drop(), Drop(), Drop()});
+	Actions changing({}, {}, {Drop()});
+
+	Added(6);
+	refused(6, actions.params);
+	refused(7, unsupported.params);
+	refused(7, no_conf.params);
+	refused(7, too_many.params);
+	memory.Fail();
+	refused(7, actions.params);
+	memory.OnNext([&] { changing.params = too_many.params; });
+	refused(7, changing.params);
+	card.Fail(Op::PoolAlloc, 1);
+	refused(7, actions.params);
+	EXPECT_THAT(policy_ids(), ElementsAre(6));
+}
+
 TEST_F(PolicyAdd, NullPolicyIsRefusedBeforeAnythingIsLoggedOrAllocated)
 {
 	ExpectRefusedAsNull(vask_p4_meter_policy_add(dev, 7, nullptr, &error), error);
@@ -592,6 +618,10 @@ TEST_F(PolicyDelete, NeitherDeviceNorErrorRecordIsNeeded)
 	EXPECT_EQ(vask_p4_meter_policy_delete(nullptr, 7, nullptr), -16);
 	EXPECT_EQ(rte_errno, 16);
 	node->data.ref_cnt = 0;
+	rte_errno = 0;
+	card.Fail(Op::MepDelPolicy, 1);
+	EXPECT_EQ(vask_p4_meter_policy_delete(nullptr, 7, nullptr), -16);
+	EXPECT_EQ(rte_errno, 16);
 	EXPECT_EQ(vask_p4_meter_policy_delete(nullptr, 7, nullptr), 0);
 }
 

@@ -291,6 +291,25 @@ TEST_F(ProfileAdd, RefusedEngineWriteFreesTheNodeAndKeepsTheHardwareIdTaken)
 	EXPECT_EQ(TAILQ_FIRST(&vask_p4_meter_profile_list)->data.hw_profile_id, 2u);
 }
 
+TEST_F(ProfileAdd, EachRefusalIsTheSameWithoutAnErrorRecord)
+{
+	const auto refused = [this](uint32_t id) {
+		rte_errno = 0;
+		EXPECT_EQ(vask_p4_meter_profile_add(dev, id, &params, nullptr), -16);
+		EXPECT_EQ(rte_errno, 16);
+	};
+
+	Added(4);
+	refused(4);
+	memory.Fail();
+	refused(5);
+	card.Fail(Op::PoolAlloc, 1);
+	refused(5);
+	params.alg = RTE_MTR_NONE;
+	refused(5);
+	EXPECT_THAT(profile_ids(), ElementsAre(4));
+}
+
 TEST_F(ProfileAdd, NullProfileIsRefusedBeforeAnythingIsLoggedOrAllocated)
 {
 	ExpectRefusedAsNull(vask_p4_meter_profile_add(dev, 5, nullptr, &error), error);
@@ -571,6 +590,10 @@ TEST_F(ProfileDelete, NeitherDeviceNorErrorRecordIsNeeded)
 	EXPECT_EQ(vask_p4_meter_profile_delete(nullptr, 5, nullptr), -16);
 	EXPECT_EQ(rte_errno, 16);
 	TAILQ_FIRST(&vask_p4_meter_profile_list)->data.ref_cnt = 0;
+	rte_errno = 0;
+	card.Fail(Op::MepDelProfile, 1);
+	EXPECT_EQ(vask_p4_meter_profile_delete(nullptr, 5, nullptr), -16);
+	EXPECT_EQ(rte_errno, 16);
 	EXPECT_EQ(vask_p4_meter_profile_delete(nullptr, 5, nullptr), 0);
 }
 
