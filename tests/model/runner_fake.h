@@ -71,6 +71,21 @@ std::string runner_state();
 /** Bytes as hex digits in memory order. */
 std::string runner_hex(const void *bytes, size_t size);
 
+/** As printf() formats. */
+std::string runner_format(const char *text, ...) __attribute__((format(printf, 1, 2)));
+
+/** The locked live records as events show them. */
+std::string runner_locks();
+
+/** Appends an event. */
+void runner_record(const std::string &event);
+
+/** Counts a call; whether it is to fail, and with which code. */
+bool runner_planned(const char *operation, int *code);
+
+/** A manager's number as events show it. */
+std::string runner_manager_name(const VASK_P4_INDEXSTACK_MANAGER *manager);
+
 /** A JSON string literal. */
 std::string runner_quoted(const std::string &text);
 

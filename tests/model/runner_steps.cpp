@@ -1,378 +1,12 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 /**
  * @file
- * What each step of FORMAT.md does.
+ * The steps of FORMAT.md by name.
  */
 
 #include <unordered_map>
 
-#include "runner_arguments.h"
-#include "vask_dev_cmds.h"
-#include "vask_p4_meter_internal.h"
-
-static const uint64_t stats_untouched = 7777777777777777777U;
-
-/* Runs a call of the module with the fake recording. */
-template <typename Call>
-static auto
-module(Call call)
-{
-	fake.recording = true;
-	struct stop {
-		~stop()
-		{
-			fake.recording = false;
-		}
-	} stop;
-	return call();
-}
-
-static const struct rte_mtr_ops *
-table()
-{
-	const struct rte_mtr_ops *ops = nullptr;
-	bool recording = fake.recording;
-	fake.recording = false;
-	vask_p4_dev_mtr_ops_get(device(0), &ops);
-	fake.recording = recording;
-	return ops;
-}
-
-#define CALL(expression) out.result = module([&] { return expression; })
-#define PROFILE(value) node_at(vask_p4_meter_profile_list, value)
-#define POLICY(value) node_at(vask_p4_meter_policy_list, value)
-#define METER(value) node_at(vask_p4_meter_list, value)
-#define NEED(node) \
-	if ((node) == nullptr) { \
-		out.skipped = true; \
-		return; \
-	}
-#define ERROR_AT(place) (a[place] == 1 ? &out.error : nullptr)
-
-static std::string
-quoted_hex(const void *bytes, size_t size)
-{
-	return '"' + runner_hex(bytes, size) + '"';
-}
-
-/* The operation table */
-
-static void
-cap(const json &a, struct outcome &out)
-{
-	struct rte_mtr_capabilities c;
-	memset(&c, 0xA5, sizeof(c));
-	CALL(table()->capabilities_get(device(a[0]), &c, ERROR_AT(1)));
-	int others = 0;
-	for (size_t n = 0; n < sizeof(c); n++) {
-		others += reinterpret_cast<uint8_t *>(&c)[n] != 0;
-	}
-	out.extra = json{c.n_max, c.n_shared_max, c.identical, c.shared_identical,
-		c.shared_n_flows_per_mtr_max, c.chaining_n_mtrs_per_flow_max,
-		c.chaining_use_prev_mtr_color_supported, c.chaining_use_prev_mtr_color_enforced,
-		c.meter_srtcm_rfc2697_n_max, c.meter_trtcm_rfc2698_n_max,
-		c.meter_trtcm_rfc4115_n_max, c.meter_rate_max, c.meter_policy_n_max,
-		c.color_aware_srtcm_rfc2697_supported, c.color_aware_trtcm_rfc2698_supported,
-		c.color_aware_trtcm_rfc4115_supported, c.srtcm_rfc2697_byte_mode_supported,
-		c.srtcm_rfc2697_packet_mode_supported, c.trtcm_rfc2698_byte_mode_supported,
-		c.trtcm_rfc2698_packet_mode_supported, c.trtcm_rfc4115_byte_mode_supported,
-		c.trtcm_rfc4115_packet_mode_supported, c.stats_mask, others}
-			    .dump();
-}
-
-static void
-padd(const json &a, struct outcome &out)
-{
-	profile_argument profile(a[2]);
-	CALL(table()->meter_profile_add(device(a[0]), u32(a[1]), profile.get(), ERROR_AT(3)));
-}
-
-static void
-qadd(const json &a, struct outcome &out)
-{
-	policy_argument policy(a[2]);
-	CALL(table()->meter_policy_add(device(a[0]), u32(a[1]), policy.get(), ERROR_AT(3)));
-}
-
-static void
-qval(const json &a, struct outcome &out)
-{
-	policy_argument policy(a[1]);
-	CALL(table()->meter_policy_validate(device(a[0]), policy.get(), ERROR_AT(2)));
-}
-
-static void
-create(const json &a, struct outcome &out)
-{
-	params_argument params(a[2]);
-	CALL(table()->create(device(a[0]), u32(a[1]), params.get(), integer(a[3]), ERROR_AT(4)));
-}
-
-static void
-stats(const json &a, struct outcome &out)
-{
-	uint64_t words[8];
-	struct rte_mtr_stats record;
-	static_assert(sizeof(record) == sizeof(words));
-	for (uint64_t &word : words) {
-		word = stats_untouched;
-	}
-	memcpy(&record, words, sizeof(words));
-	bool masked = !a[2].is_null();
-	uint64_t mask = masked ? number(a[2]) : 0;
-	CALL(table()->stats_read(device(a[0]), u32(a[1]), a[4] == 1 ? &record : nullptr,
-		masked ? &mask : nullptr, integer(a[3]), ERROR_AT(5)));
-	memcpy(words, &record, sizeof(words));
-	json extra;
-	if (a[4] == 1) {
-		extra = words;
-		extra.push_back(masked ? json(mask) : json());
-	} else if (masked) {
-		extra = json::array({mask});
-	}
-	out.extra = extra.dump();
-}
-
-static void
-ops_get(const json &a, struct outcome &out)
-{
-	static const void *earlier;
-	const struct rte_mtr_ops *ops = nullptr;
-	CALL(vask_p4_dev_mtr_ops_get(device(a[0]), &ops));
-	if (ops == nullptr) {
-		return;
-	}
-	bool slots[] = {ops->capabilities_get != nullptr, ops->meter_profile_add != nullptr,
-		ops->meter_profile_delete != nullptr, ops->create != nullptr,
-		ops->destroy != nullptr, ops->meter_enable != nullptr,
-		ops->meter_disable != nullptr, ops->meter_profile_update != nullptr,
-		ops->meter_dscp_table_update != nullptr, ops->stats_update != nullptr,
-		ops->stats_read != nullptr, ops->meter_policy_validate != nullptr,
-		ops->meter_policy_add != nullptr, ops->meter_policy_delete != nullptr,
-		ops->meter_policy_update != nullptr};
-	std::string text;
-	int named = 0;
-	for (bool filled : slots) {
-		text += filled ? '1' : '0';
-		named += filled;
-	}
-	int all = 0;
-	for (size_t n = 0; n < sizeof(*ops); n += sizeof(void *)) {
-		void *slot;
-		memcpy(&slot, reinterpret_cast<const char *>(ops) + n, sizeof(slot));
-		all += slot != nullptr;
-	}
-	text += "+" + std::to_string(all - named);
-	if (earlier != nullptr && earlier != ops) {
-		text += "!";
-	}
-	earlier = ops;
-	out.extra = runner_quoted(text);
-}
-
-/* Exported and internal functions */
-
-static void
-inst_create(const json &a, struct outcome &out)
-{
-	params_argument params(a[2]);
-	CALL(vask_p4_meter_inst_create(device(a[0]), u32(a[1]), params.get(), integer(a[3]),
-		integer(a[4]), ERROR_AT(6), integer(a[5])));
-}
-
-static void
-conv_inst(const json &a, struct outcome &out)
-{
-	auto *meter = METER(a[0]);
-	NEED(meter);
-	auto inst = from_hex<struct vask_p4_mep_meter_inst_table>(a[1]);
-	module([&] { vask_p4_meter_convert_inst(meter, &inst); });
-	out.extra = quoted_hex(&inst, sizeof(inst));
-}
-
-static void
-cfg_2_pol(const json &a, struct outcome &out)
-{
-	auto *profile = PROFILE(a[0]);
-	auto *meter = METER(a[1]);
-	NEED(profile);
-	NEED(meter);
-	CALL(vask_p4_update_meter_cfg_2_pol(profile, meter, u32(a[2])));
-}
-
-static void
-upd_2_hw(const json &a, struct outcome &out)
-{
-	auto *profile = PROFILE(a[0]);
-	auto *meter = METER(a[1]);
-	NEED(profile);
-	NEED(meter);
-	CALL(vask_p4_meter_update_profile_2_hw(&profile->data, &meter->data));
-}
-
-static void
-pconv(const json &a, struct outcome &out)
-{
-	profile_argument profile(a[1]);
-	struct vask_p4_meter_profile record = {};
-	record.eir = number(a[0]);
-	CALL(vask_p4_profile_convert(&record, profile.get()));
-	out.extra = '"' + runner_text(record) + '"';
-}
-
-static void
-ptype(const json &a, struct outcome &out)
-{
-	struct vask_p4_meter_profile record = {};
-	bool given = !a[0].is_null();
-	if (given) {
-		record.eir = number(a[0][0]);
-		record.rfc2698_mode = u32(a[0][1]);
-	}
-	enum rte_mtr_algorithm type =
-		module([&] { return vask_p4_meter_get_profile_type(given ? &record : nullptr); });
-	int32_t value;
-	memcpy(&value, &type, sizeof(value));
-	out.extra = std::to_string(value);
-}
-
-static void
-pcmp(const json &a, struct outcome &out)
-{
-	struct vask_p4_meter_profile record = {};
-	record.cir = number(a[0][0]);
-	record.cbs = number(a[0][1]);
-	record.eir = number(a[0][2]);
-	record.ebs = number(a[0][3]);
-	record.packet_mode = integer(a[0][4]);
-	record.rfc2698_mode = u32(a[0][5]);
-	profile_argument profile(a[1]);
-	CALL(vask_p4_meter_profile_cmp(&record, profile.get()));
-}
-
-static void
-shaper(const json &a, struct outcome &out)
-{
-	auto info = from_hex<struct vask_shaper_set_info>(a[3]);
-	module([&] {
-		vask_p4_meter_add_convert_shaper(u32(a[0]), number(a[1]), integer(a[2]), &info);
-	});
-	out.extra = quoted_hex(&info, sizeof(info));
-}
-
-static void
-isch(const json &a, struct outcome &out)
-{
-	auto word = from_hex<struct vask_p4_isch_shaper>(a[2]);
-	module([&] { vask_p4_meter_add_convert_isch_shaper(number(a[0]), integer(a[1]), &word); });
-	out.extra = quoted_hex(&word, sizeof(word));
-}
-
-static void
-unshaper(const json &a, struct outcome &out)
-{
-	auto info = from_hex<struct vask_shaper_set_info>(a[2]);
-	module([&] { vask_p4_meter_del_convert_shaper(u32(a[0]), integer(a[1]), &info); });
-	out.extra = quoted_hex(&info, sizeof(info));
-}
-
-static VASK_P4_INDEXSTACK_MANAGER *
-pool(const json &which)
-{
-	return which == 0 ? meter_index_mgr : which == 1 ? profile_index_mgr : policy_index_mgr;
-}
-
-static void
-idx_get(const json &a, struct outcome &out)
-{
-	uint32_t index = 0;
-	CALL(vask_p4_get_meter_index(pool(a[0]), &index));
-	out.extra = *out.result == 0 ? std::to_string(index) : "null";
-}
-
-static void
-from_std(const json &a, struct outcome &out)
-{
-	struct rte_mtr_meter_profile profile = {};
-	row<p4_meter_profile_t> entry(a[1]);
-	bool given = a[0] == 1;
-	CALL(talvora_p4_offload_meter_profile_convert_from_std_2_nstd(
-		given ? &profile : nullptr, entry.get()));
-	if (given) {
-		int alg;
-		uint64_t words[4];
-		memcpy(&alg, &profile.alg, sizeof(alg));
-		memcpy(words, &profile.trtcm_rfc4115, sizeof(words));
-		out.extra = json{alg, profile.packet_mode, words[0], words[1], words[2], words[3]}
-				    .dump();
-	}
-}
-
-/* The fake and the test itself */
-
-static void
-mark(const json &a, struct outcome &out, uint8_t value)
-{
-	runner_pool *marked = runner_pool_of(pool(a[0]));
-	if (marked == nullptr || marked->dead) {
-		out.skipped = true;
-		return;
-	}
-	for (size_t n = number(a[1]); n <= number(a[2]) && n < marked->used.size(); n++) {
-		marked->used[n] = value;
-	}
-}
-
-static void
-poke(const json &a, struct outcome &out)
-{
-	uint64_t v = number(a[3]);
-	auto w = static_cast<uint32_t>(v);
-	auto field = number(a[2]);
-	char list = a[0].get_ref<const std::string &>()[0];
-	if (list == 'P') {
-		auto *node = PROFILE(a[1]);
-		NEED(node);
-		auto &p = node->data;
-		uint64_t *wide[] = {&p.cir, &p.cbs, &p.eir, &p.ebs};
-		auto *mode = reinterpret_cast<uint32_t *>(&p.packet_mode);
-		auto *lock = reinterpret_cast<uint32_t *>(const_cast<int *>(&p.sl.locked));
-		uint32_t *narrow[] = {mode, &p.rfc2698_mode, &p.profile_id, &p.ref_cnt,
-			&p.off_hw_state, lock, &p.hw_profile_id};
-		if (field < 4) {
-			*wide[field] = v;
-		} else {
-			*narrow[field - 4] = w;
-		}
-	} else if (list == 'Q') {
-		auto *node = POLICY(a[1]);
-		NEED(node);
-		auto &q = node->data;
-		auto *lock = reinterpret_cast<uint32_t *>(const_cast<int *>(&q.sl.locked));
-		uint32_t *fields[] = {&q.red_dscp, &q.yellow_dscp, &q.green_dscp, &q.red_action,
-			&q.yellow_action, &q.green_action, &q.policy_id, &q.ref_cnt,
-			&q.off_hw_state, lock, &q.hw_policy_id};
-		*fields[field] = w;
-	} else {
-		auto *node = METER(a[1]);
-		NEED(node);
-		auto &m = node->data;
-		auto *lock = reinterpret_cast<uint32_t *>(const_cast<int *>(&m.sl.locked));
-		uint32_t *fields[] = {&m.meter_id, &m.hw_meter_id, &m.port_sfi, &m.dir, nullptr,
-			nullptr, nullptr, nullptr, &m.stats_mask, &m.off_hw_state, lock};
-		if (fields[field] != nullptr) {
-			*fields[field] = w;
-		} else if (field == 4) {
-			m.enable = w & 1;
-		} else if (field == 5) {
-			m.type = w & 1;
-		} else if (field == 6) {
-			m.is_color_aware = w & 1;
-		} else {
-			m.is_ori_pktlen = w & 1;
-		}
-	}
-}
+#include "runner_calls.h"
 
 #define STEP(name, ...) \
 	{ \
@@ -389,23 +23,23 @@ runner_step
 runner_find_step(const std::string &name)
 {
 	static const std::unordered_map<std::string, runner_step> steps = {
-		{"cap", cap},
-		{"padd", padd},
+		{"cap", runner_cap},
+		{"padd", runner_padd},
 		STEP("pdel",
 			CALL(table()->meter_profile_delete(device(a[0]), u32(a[1]), ERROR_AT(2)))),
 		STEP("pupd",
 			CALL(table()->meter_profile_update(
 				device(a[0]), u32(a[1]), u32(a[2]), ERROR_AT(3)))),
-		{"qval", qval},
-		{"qadd", qadd},
+		{"qval", runner_qval},
+		{"qadd", runner_qadd},
 		STEP("qdel",
 			CALL(table()->meter_policy_delete(device(a[0]), u32(a[1]), ERROR_AT(2)))),
-		{"create", create},
+		{"create", runner_create},
 		STEP("destroy", CALL(table()->destroy(device(a[0]), u32(a[1]), ERROR_AT(2)))),
 		STEP("enable", CALL(table()->meter_enable(device(a[0]), u32(a[1]), ERROR_AT(2)))),
 		STEP("disable", CALL(table()->meter_disable(device(a[0]), u32(a[1]), ERROR_AT(2)))),
-		{"stats", stats},
-		{"ops_get", ops_get},
+		{"stats", runner_stats},
+		{"ops_get", runner_ops_get},
 		STEP("init", CALL(vask_p4_meter_indexstack_init())),
 		STEP("fini", module([&] { vask_p4_meter_indexstack_destory(); })),
 		STEP("find_hw", out.extra = std::to_string(module([&] {
@@ -426,14 +60,14 @@ runner_find_step(const std::string &name)
 		STEP("default", module([&] { vask_p4_meter_add_default_policy(u32(a[0])); })),
 		STEP("mtu",
 			CALL(vask_p4_dev_mtu_set(device(a[0]), static_cast<uint16_t>(u32(a[1]))))),
-		{"inst_create", inst_create},
-		{"conv_inst", conv_inst},
-		{"cfg_2_pol", cfg_2_pol},
+		{"inst_create", runner_inst_create},
+		{"conv_inst", runner_conv_inst},
+		{"cfg_2_pol", runner_cfg_2_pol},
 		STEP("del_2_pol", CALL(vask_p4_del_meter_cfg_2_pol(u32(a[0])))),
-		{"upd_2_hw", upd_2_hw},
-		{"pconv", pconv},
-		{"ptype", ptype},
-		{"pcmp", pcmp},
+		{"upd_2_hw", runner_upd_2_hw},
+		{"pconv", runner_pconv},
+		{"ptype", runner_ptype},
+		{"pcmp", runner_pcmp},
 		STEP("pconv_hw",
 			WITH(node, PROFILE(a[2]),
 				CALL(vask_p4_meter_convert_profile(
@@ -461,13 +95,13 @@ runner_find_step(const std::string &name)
 		STEP("port_del",
 			WITH(node, METER(a[1]),
 				CALL(vask_p4_meter_del_port_to_hw(integer(a[0]), node)))),
-		{"shaper", shaper},
-		{"isch", isch},
-		{"unshaper", unshaper},
-		{"idx_get", idx_get},
+		{"shaper", runner_shaper},
+		{"isch", runner_isch},
+		{"unshaper", runner_unshaper},
+		{"idx_get", runner_idx_get},
 		STEP("idx_free", CALL(vask_p4_meter_free_index(pool(a[0]), u32(a[1])))),
 		STEP("idx_set", module([&] { vask_p4_meter_set_index(pool(a[0]), u32(a[1])); })),
-		{"from_std", from_std},
+		{"from_std", runner_from_std},
 		STEP("t_padd", row<p4_meter_profile_t> entry(a[1]);
 			CALL(talvora_p4_offload_meter_table_profile_add(u32(a[0]), entry.get()))),
 		STEP("t_pmod", row<p4_meter_profile_t> entry(a[1]);
@@ -486,9 +120,9 @@ runner_find_step(const std::string &name)
 		STEP("inst",
 			fake.instances[number(a[0]) != 0] =
 				from_hex<std::array<uint8_t, 32>>(a[1])),
-		STEP("fill", mark(a, out, 1)),
-		STEP("drain", mark(a, out, 0)),
-		{"poke", poke},
+		STEP("fill", runner_mark(a, out, 1)),
+		STEP("drain", runner_mark(a, out, 0)),
+		{"poke", runner_poke},
 	};
 	auto found = steps.find(name);
 	return found != steps.end() ? found->second : nullptr;
