@@ -79,18 +79,14 @@ TEST_F(PortLife, CloseDestroysThePortsMetersAndLeavesTheOtherPorts)
 	EXPECT_EQ(rte_mtr_meter_profile_delete(second, 5, &error), 0);
 }
 
-TEST_F(PortLife, PoolThatCannotBeCreatedFailsTheProbeAndLeavesNothing)
+TEST_F(PortLife, DefaultPolicyThatTheCardRefusesIsMissingAndThePortIsThere)
 {
-	for (int n = 1; n <= 3; n++) {
-		SCOPED_TRACE(n);
-		const std::string fault =
-			"fault=vask_p4_indexstack_create:" + std::to_string(n) + ":-12";
-
-		EXPECT_LT(probe("net_vask1_0", fault), 0);
-		EXPECT_EQ(rte_eth_dev_count_total(), 0);
-		EXPECT_EQ(meter_index_mgr, nullptr);
-	}
-	EXPECT_EQ(probe("net_vask1_0", ""), 0);
+	ASSERT_EQ(probe("net_vask1_0", "fault=vask_p4_mep_add_meter_policy:1:-5"), 0);
+	EXPECT_EQ(vask_p4_meter_get_policy(0), nullptr);
+	const uint16_t port = port_of("net_vask1_0");
+	ASSERT_EQ(add_profile(port, 5, 80000, 20480, 20480), 0);
+	EXPECT_EQ(create_meter(port, 9, 5, 0, RECEIVE), -EBUSY);
+	EXPECT_STREQ(error.message, "add meter but not find policy");
 }
 
 TEST_F(PortLife, FailedProbeGivesTheUplinkBack)

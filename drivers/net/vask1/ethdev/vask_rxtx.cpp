@@ -134,9 +134,9 @@ mark_departure(
 {
 	const struct vask_clock *clock = &q->port->clock;
 
-	if (!clock->capture)
+	if (!clock->capture && !q->leave_times)
 		return;
-	for (uint16_t i = 0; i < n; i++)
+	for (uint16_t i = 0; clock->capture && i < n; i++)
 		release_ns[i] /= clock->ns_per_tick;
 	vask_clock_mark(clock, pkts, n, release_ns);
 }
