@@ -1,0 +1,78 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: BSD-3-Clause
+"""Every command in a document's console blocks gives the output that the document prints."""
+
+import os
+import pathlib
+import re
+import subprocess
+import tempfile
+import unittest
+
+SOURCE = pathlib.Path(os.environ["VASK_SOURCE"])
+PROGRAMS = [os.path.dirname(os.environ["VASK_METER"]), os.path.dirname(os.environ["P4_CONTROL_PLANE"])]
+BLOCK = re.compile(r"^```console\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+
+
+def commands_of(text):
+    """(command, lines of output) of all console blocks; a command goes on after a backslash."""
+    for block in BLOCK.findall(text):
+        for part in re.split(r"^\$ ", block, flags=re.MULTILINE)[1:]:
+            lines = part.split("\n")
+            command = lines.pop(0)
+            while command.endswith("\\"):
+                command = command[:-1] + lines.pop(0).lstrip("> ")
+            yield command, lines[:-1]
+
+
+def matches(printed, documented):
+    """Line by line; a line of three dots stands for any number of lines."""
+    pattern = "".join("(?:.*\n)*" if line == "..." else re.escape(line) + "\n" for line in documented)
+    return re.fullmatch(pattern, printed) is not None
+
+
+class Documents(unittest.TestCase):
+    def folder(self):
+        """Where a reader stands: the source tree's files, and a build folder to write to."""
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        for name in ("examples", "tests"):
+            os.symlink(SOURCE / name, pathlib.Path(folder.name) / name)
+        os.mkdir(os.path.join(folder.name, "build"))
+        return folder.name
+
+    def run_document(self, path):
+        folder = self.folder()
+        env = dict(os.environ, PATH=os.pathsep.join(PROGRAMS + [os.environ["PATH"]]))
+        found = 0
+        for command, documented in commands_of((SOURCE / path).read_text(encoding="utf-8")):
+            found += 1
+            done = subprocess.run(command, shell=True, cwd=folder, env=env, check=False, text=True,
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+            with self.subTest(document=path, command=command):
+                if not matches(done.stdout, documented):
+                    self.assertEqual(done.stdout.split("\n"), documented)
+        self.assertGreater(found, 0, path)
+
+    def test_p4_tables(self):
+        self.run_document("doc/p4_tables.md")
+
+
+class P4ControlPlane(unittest.TestCase):
+    def test_the_example_prints_what_its_tables_do(self):
+        # 500-byte packets and no time: 10240 / 500 = 20 green, 5120 / 500 = 10 yellow, 20 red; the second
+        # batch finds both buckets below 500
+        done = subprocess.run([os.environ["P4_CONTROL_PLANE"], "--no-huge", "--no-pci", "--no-telemetry",
+                               "--no-shconf", "--log-level", "*:critical"],
+                              capture_output=True, text=True, check=False)
+        self.assertEqual(done.stdout.splitlines(), [
+            "strict: sent 50, received 30; green 20, yellow 10 (DSCP rewritten in 10), red 20, "
+            "dropped 20 packets of 10000 bytes",
+            "lenient: sent 50, received 50; green 20, yellow 10 (DSCP rewritten in 10), red 70, "
+            "dropped 20 packets of 10000 bytes",
+            "removed: meter 9 is gone"])
+        self.assertEqual(done.returncode, 0, done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
