@@ -107,8 +107,8 @@ no_rule(const struct rte_flow *flow, struct rte_flow_error *error)
 static void
 remove_rule(struct rte_flow *rule)
 {
-	vask_flow_remove(rule);
 	vask_meter_ref_detach(rule);
+	vask_flow_remove(rule);
 }
 
 static void
