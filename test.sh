@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # Usage: ./test.sh [--sanitize | --coverage] [--help] [TEST...]
+#        ./test.sh --model [SECONDS]
 #
 # Installs what is needed (Debian; root or sudo), builds, runs every test, or those named, and ends with
 # "N passed, N failed, N skipped".
 #
 #   --sanitize   in a build with AddressSanitizer and UndefinedBehaviorSanitizer (build-sanitize)
 #   --coverage   in a build that counts (build-coverage); prints line and branch coverage of the module
+#   --model      random scenarios against the reference model of the module instead of the tests, for so many
+#                seconds, or 1,000,000 operations; prints what was compared
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -22,6 +25,11 @@ while [ $# -gt 0 ]; do
 		dir=build-coverage
 		options=(-Db_coverage=true -Dbuildtype=debug)
 		packages+=(gcovr)
+		;;
+	--model)
+		scripts/build "$dir" -- tests/model/runner
+		[ $# -gt 1 ] && length=(--seconds "$2") || length=(--operations 1000000)
+		exec tests/model/run.py --runner "$dir"/tests/model/runner "${length[@]}"
 		;;
 	-h | --help)
 		sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
