@@ -3,8 +3,8 @@
 #
 # Builds the driver inside a DPDK source tree, with few other drivers, in TREE/build-vask1, where
 # dpdk-testpmd then has net_vask1 built in. The tree gets links to this driver's folders and the changes
-# that such a driver brings along: its entries in the lists of drivers, C++ flags for drivers, and the
-# trailing `direction` field of struct rte_mtr_params. Can be run again.
+# that such a driver brings along: its entries in the lists of drivers, flags for C++, and the trailing
+# `direction` field of struct rte_mtr_params. Can be run again.
 set -eu
 
 [ $# -eq 1 ] || { sed -n 's/^# Usage/usage/p' "$0" >&2; exit 2; }
@@ -28,6 +28,9 @@ once "$tree/drivers/common/meson.build" "'vask'," "/^drivers = \[/a\\        'va
 once "$tree/drivers/net/meson.build" "'vask1'," "/^drivers = \[/a\\        'vask1',"
 once "$tree/drivers/meson.build" 'cpp_args: cflags' \
 	'0,/^ *c_args: cflags)/s/c_args: cflags)/c_args: cflags, cpp_args: cflags)/'
+# what holds a C++ driver is linked by the C++ compiler
+once "$tree/config/meson.build" "language: ['c', 'cpp']" \
+	"s/\(add_project_link_arguments(.*\)language: 'c'/\1language: ['c', 'cpp']/"
 
 build=$tree/build-vask1
 if [ ! -f "$build/build.ninja" ]; then
