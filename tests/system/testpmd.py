@@ -7,6 +7,7 @@ import re
 import select
 import shutil
 import subprocess
+import tempfile
 import time
 
 PROMPT = "testpmd> "
@@ -57,15 +58,17 @@ class Testpmd:
         self.log += text
         return text or None
 
-    def _until_prompt(self):
-        """The output up to the next prompt, or to the end."""
-        deadline, text = time.monotonic() + self.timeout, ""
-        while not text.endswith(PROMPT):
+    def _until_prompt(self, after=""):
+        """The output up to the next prompt, or the first one after some text, or to the end."""
+        deadline, parts, tail, passed = time.monotonic() + self.timeout, [], "", not after
+        while not (passed and tail.endswith(PROMPT)):
             part = self._read(deadline)
             if part is None:
                 break
-            text = ESCAPES.sub("", text + part)
-        return text.removesuffix(PROMPT)
+            parts.append(part)
+            tail = ESCAPES.sub("", tail[-len(after) - 64:] + part)
+            passed = passed or after in tail
+        return ESCAPES.sub("", "".join(parts)).removesuffix(PROMPT)
 
     def run(self, command):
         """Runs a command; the lines that it printed, without those that are blank."""
@@ -76,6 +79,26 @@ class Testpmd:
         while lines and lines[0].removeprefix(PROMPT) == command:  # its echo
             lines.pop(0)
         return lines
+
+    def forward(self, port, frames):
+        """Forwards until the port has received, or dropped at its receive meter, so many frames."""
+        self.run("start")
+        deadline, seen = time.monotonic() + self.timeout, 0
+        while seen < frames:
+            if time.monotonic() > deadline:
+                raise TimeoutError(f"{seen} of {frames} frames have come")
+            stats = self.run(f"show port xstats {port}")
+            seen = number(stats, "rx_good_packets") + number(stats, "rx_meter_dropped_packets")
+        self.run("stop")
+        return seen
+
+    def load(self, commands):
+        """Runs many commands without looking at what they print."""
+        with tempfile.NamedTemporaryFile("w") as script:
+            script.write("\n".join(commands) + "\n")
+            script.flush()
+            os.write(self.master, f"load {script.name}\n".encode())
+            self._until_prompt(after="Read CLI commands from")
 
     def quit(self):
         """Ends testpmd; returns its exit status, after which self.log holds all that it said."""

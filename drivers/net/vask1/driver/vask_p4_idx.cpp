@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "vask_p4_driver.h"
+
 namespace
 {
 
@@ -157,6 +159,17 @@ vask_p4_indexstack_set(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint
 		resize(manager, manager->freenum - 1);
 	}
 	return 0;
+}
+
+uint32_t
+vask_p4_indexstack_free_num(VASK_P4_INDEXSTACK_MANAGER *manager)
+{
+	if (manager == nullptr)
+		return 0;
+
+	pool_guard guard(&manager->lock);
+
+	return manager->freenum;
 }
 
 void

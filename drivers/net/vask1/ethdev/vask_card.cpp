@@ -11,6 +11,7 @@
 #include "vask_p4_log.h"
 #include "vask_p4_meter.h"
 #include "vask_port.h"
+#include "vask_sampler.h"
 
 static const struct rte_mtr_ops *
 module_ops(const struct vask_port *port)
@@ -189,6 +190,8 @@ vask_card_join(struct vask_port *port)
 		}
 	}
 	TAILQ_INSERT_TAIL(&vask_ports, port, next);
+	if (first)
+		vask_sampler_start();
 	return 0;
 
 card:
@@ -207,6 +210,7 @@ vask_card_leave(struct vask_port *port)
 	vask_card_destroy_meters(port);
 	TAILQ_REMOVE(&vask_ports, port, next);
 	if (TAILQ_EMPTY(&vask_ports)) {
+		vask_sampler_stop();
 		free_nodes(&vask_p4_meter_list, "meter");
 		delete_profiles_and_policies(port);
 		vask_meter_ref_stop();

@@ -26,7 +26,22 @@ extern "C" {
 #include <rte_flow_driver.h>
 #include <rte_mtr.h>
 #include <rte_mtr_driver.h>
+#include <rte_telemetry.h>
 }
+
+/* Ports print their private state through ethdev since 22.03. */
+#define VASK_HAS_PRIV_DUMP (RTE_VERSION >= RTE_VERSION_NUM(22, 3, 0, 0))
+
+/* Telemetry's unsigned numbers were renamed in 23.03. */
+#if RTE_VERSION >= RTE_VERSION_NUM(23, 3, 0, 0)
+#define vask_tel_add_dict_uint rte_tel_data_add_dict_uint
+#define vask_tel_add_array_uint rte_tel_data_add_array_uint
+#define VASK_TEL_UINT_VAL RTE_TEL_UINT_VAL
+#else
+#define vask_tel_add_dict_uint rte_tel_data_add_dict_u64
+#define vask_tel_add_array_uint rte_tel_data_add_array_u64
+#define VASK_TEL_UINT_VAL RTE_TEL_U64_VAL
+#endif
 
 /* The driver's DPDK ends struct rte_mtr_params with a field of its own. */
 static_assert(offsetof(struct rte_mtr_params, direction) >

@@ -5,6 +5,7 @@
 #include <rte_rcu_qsbr.h>
 
 #include "vask_card.h"
+#include "vask_dump.h"
 #include "vask_ethdev.h"
 #include "vask_flow.h"
 #include "vask_mtr.h"
@@ -353,6 +354,9 @@ eth_dev_ops_fill()
 	ops.xstats_get_names = vask_xstats_get_names;
 	ops.xstats_reset = vask_stats_reset;
 	ops.read_clock = read_clock;
+#if VASK_HAS_PRIV_DUMP
+	ops.eth_dev_priv_dump = vask_dump;
+#endif
 	ops.flow_ops_get = flow_ops_get;
 	ops.mtr_ops_get = vask_mtr_ops_get;
 	return ops;

@@ -13,6 +13,12 @@ vask_control_lock()
 	pthread_mutex_lock(&control_mutex);
 }
 
+bool
+vask_control_trylock()
+{
+	return pthread_mutex_trylock(&control_mutex) == 0;
+}
+
 void
 vask_control_unlock()
 {

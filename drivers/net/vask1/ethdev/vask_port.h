@@ -62,6 +62,9 @@ extern struct vask_port_list vask_ports;
 void vask_control_lock();
 void vask_control_unlock();
 
+/** True, and the lock is held, when nobody else holds it. */
+bool vask_control_trylock();
+
 /** The lock, held until the end of a scope. */
 struct vask_control_guard {
 	vask_control_guard()
