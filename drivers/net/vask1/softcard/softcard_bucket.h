@@ -101,47 +101,12 @@ softcard_bucket_refill(const struct softcard_bucket_params &params,
 	state.last_ns += elapsed;
 }
 
-/** A packet's colour and the buckets that pay for it. */
-struct softcard_bucket_verdict {
-	uint8_t color; /* enum rte_color */
-	uint8_t pays_c;
-	uint8_t pays_e;
-};
-
-/**
- * The rules of the three algorithms, for a packet that came with the colour `in` (green when the meter is
- * colour-blind) and finds that the buckets hold enough for it, or not.
- */
-constexpr struct softcard_bucket_verdict
-softcard_bucket_rule(bool two_rate, enum rte_color in, bool enough_c, bool enough_e)
-{
-	if (two_rate) {
-		if (in == RTE_COLOR_RED || !enough_e)
-			return {RTE_COLOR_RED, 0, 0};
-		if (in == RTE_COLOR_YELLOW || !enough_c)
-			return {RTE_COLOR_YELLOW, 0, 1};
-		return {RTE_COLOR_GREEN, 1, 1};
-	}
-	if (in == RTE_COLOR_GREEN && enough_c)
-		return {RTE_COLOR_GREEN, 1, 0};
-	if (in != RTE_COLOR_RED && enough_e)
-		return {RTE_COLOR_YELLOW, 0, 1};
-	return {RTE_COLOR_RED, 0, 0};
-}
-
-/** softcard_bucket_rule() as a table, because a branch on a packet's colour is mispredicted. */
-inline constexpr auto SOFTCARD_BUCKET_RULES = [] {
-	std::array<struct softcard_bucket_verdict, 32> rules{};
-	for (unsigned i = 0; i < rules.size(); i++)
-		rules[i] = softcard_bucket_rule(
-			i & 16, static_cast<enum rte_color>(i >> 2 & 3), i & 2, i & 1);
-	return rules;
-}();
-
 /**
  * Colours one packet: fills the buckets up to now_ns and takes the packet's cost out of those that pay.
  *
- * A packet conforms to a bucket that holds at least its cost.
+ * A packet conforms to a bucket that holds at least its cost. The three algorithms differ in two points
+ * only: under RFC 2698 a packet must conform to the peak bucket to be green, and a green one pays both.
+ * No branch depends on a packet's colour, because it would be mispredicted.
  *
  * @param in    colour it came with, RTE_COLOR_GREEN for a colour-blind meter.
  * @param cost  softcard_bucket_cost() of its length.
@@ -150,16 +115,21 @@ constexpr enum rte_color
 softcard_bucket_check(const struct softcard_bucket_params &params,
 	struct softcard_bucket_state &state, uint64_t now_ns, enum rte_color in, uint64_t cost)
 {
-	softcard_bucket_refill(params, state, now_ns);
+	/* Packets of a burst often share their time. */
+	if (now_ns != state.last_ns)
+		softcard_bucket_refill(params, state, now_ns);
 
-	const bool enough_c = state.level_c >= cost;
-	const bool enough_e = state.level_e >= cost;
-	const struct softcard_bucket_verdict verdict =
-		SOFTCARD_BUCKET_RULES[params.two_rate << 4 | in << 2 | enough_c << 1 | enough_e];
+	const unsigned enough_c = state.level_c >= cost;
+	const unsigned enough_e = state.level_e >= cost;
+	const unsigned two_rate = params.two_rate;
+	const unsigned green = (in == RTE_COLOR_GREEN) & enough_c & (enough_e | (two_rate ^ 1));
+	const unsigned yellow = (in != RTE_COLOR_RED) & enough_e & (green ^ 1);
 
-	state.level_c -= cost & -uint64_t{verdict.pays_c};
-	state.level_e -= cost & -uint64_t{verdict.pays_e};
-	return static_cast<enum rte_color>(verdict.color);
+	state.level_c -= cost & -uint64_t{green};
+	state.level_e -= cost & -uint64_t{yellow | (green & two_rate)};
+	return static_cast<enum rte_color>(RTE_COLOR_RED - 2 * green - yellow);
 }
+
+static_assert(RTE_COLOR_GREEN == 0 && RTE_COLOR_YELLOW == 1 && RTE_COLOR_RED == 2);
 
 #endif /* SOFTCARD_BUCKET_H */

@@ -12,22 +12,6 @@
 /* How many packets ahead their meters are called into the cache. */
 static constexpr uint16_t AHEAD = 8;
 
-/* What a policy does with each colour. */
-struct color_actions {
-	std::array<uint8_t, 4> action; /* enum softcard_action by enum rte_color */
-	std::array<uint8_t, 4> dscp;
-};
-
-static struct color_actions
-policy_actions(const struct vask_p4_mep_meter_policy_table &policy)
-{
-	return {{static_cast<uint8_t>(policy.green_action),
-			static_cast<uint8_t>(policy.yellow_action),
-			static_cast<uint8_t>(policy.red_action)},
-		{static_cast<uint8_t>(policy.green_dscp), static_cast<uint8_t>(policy.yellow_dscp),
-			static_cast<uint8_t>(policy.red_dscp)}};
-}
-
 static void
 prefetch_meter(const struct softcard_meter *meters, uint32_t hw_meter_id)
 {
@@ -49,7 +33,6 @@ meter_run(struct softcard_meter &meter, struct softcard_burst *burst, uint16_t f
 		return 0;
 	}
 	const struct softcard_bucket_params params = meter.params;
-	const struct color_actions actions = policy_actions(meter.policy);
 	struct softcard_bucket_state state = meter.state;
 
 	for (uint16_t i = first; i < end; i++) {
@@ -60,7 +43,7 @@ meter_run(struct softcard_meter &meter, struct softcard_burst *burst, uint16_t f
 			meter.color_aware ? softcard_frame_color(pkt) : RTE_COLOR_GREEN;
 		const enum rte_color color = softcard_bucket_check(
 			params, state, burst->now_ns[i], in, softcard_bucket_cost(params, length));
-		const uint64_t dropped = actions.action[color] == SOFTCARD_ACTION_DROP;
+		const uint64_t dropped = meter.drop_colors >> color & 1;
 
 		rte_mbuf_sched_color_set(pkt, color);
 		meter.packets[color]++;
@@ -68,9 +51,9 @@ meter_run(struct softcard_meter &meter, struct softcard_burst *burst, uint16_t f
 		meter.dropped_packets += dropped;
 		meter.dropped_bytes += length & -dropped;
 		drop_mask |= dropped << i;
-		if (actions.action[color] == SOFTCARD_ACTION_DSCP)
+		if (meter.dscp_colors >> color & 1)
 			meter.rewritten +=
-				softcard_frame_dscp_write(&burst->pkts[i], actions.dscp[color]);
+				softcard_frame_dscp_write(&burst->pkts[i], meter.dscp[color]);
 	}
 	meter.state = state;
 	rte_spinlock_unlock(&meter.lock);

@@ -33,6 +33,23 @@ meter_fill(struct softcard_meter &meter)
 	meter.state.level_e = UINT64_MAX;
 }
 
+/* Takes a policy apart by colour. */
+static void
+policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_policy_table &policy)
+{
+	const std::array<uint32_t, 3> actions = {
+		policy.green_action, policy.yellow_action, policy.red_action};
+
+	meter.drop_colors = 0;
+	meter.dscp_colors = 0;
+	for (uint32_t color = 0; color < actions.size(); color++) {
+		meter.drop_colors |= (actions[color] == SOFTCARD_ACTION_DROP) << color;
+		meter.dscp_colors |= (actions[color] == SOFTCARD_ACTION_DSCP) << color;
+	}
+	meter.dscp = {static_cast<uint8_t>(policy.green_dscp),
+		static_cast<uint8_t>(policy.yellow_dscp), static_cast<uint8_t>(policy.red_dscp)};
+}
+
 /* Copies what the tables say about a meter to where packets find it, levels cut to the bursts. */
 static void
 meter_refresh(int dir, uint32_t hw_meter_id)
@@ -54,7 +71,7 @@ meter_refresh(int dir, uint32_t hw_meter_id)
 		meter.original_length = inst.use_original_packet_length;
 		meter.params = softcard_bucket_params_make(profile.cir, profile.cbs, profile.eir,
 			profile.ebs, profile.pm, profile.rfc2698);
-		meter.policy = policy;
+		policy_refresh(meter, policy);
 		meter.state.level_c =
 			std::min(meter.state.level_c, softcard_bucket_full_c(meter.params));
 		meter.state.level_e =

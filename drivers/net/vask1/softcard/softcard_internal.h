@@ -44,9 +44,10 @@ struct alignas(RTE_CACHE_LINE_SIZE) softcard_meter {
 	uint8_t metering;    /* instance, profile and policy are valid */
 	uint8_t color_aware;
 	uint8_t original_length;
-	uint8_t unused;
+	uint8_t drop_colors; /* bit n: packets of enum rte_color n are dropped */
 	struct softcard_bucket_params params;
-	struct vask_p4_mep_meter_policy_table policy;
+	uint8_t dscp_colors;         /* bit n: packets of enum rte_color n get another DSCP */
+	std::array<uint8_t, 3> dscp; /* by enum rte_color */
 	struct softcard_bucket_state state;
 	uint64_t rewritten;
 
