@@ -11,6 +11,7 @@
 #include <CLI/CLI.hpp>
 
 void add_replay_command(CLI::App &app);
+void add_testpmd_command(CLI::App &app);
 void add_units_command(CLI::App &app);
 void add_p4_command(CLI::App &app);
 

@@ -28,6 +28,7 @@ main(int argc, char **argv)
 	app.set_version_flag("--version", VASK_METER_VERSION);
 
 	add_replay_command(app);
+	add_testpmd_command(app);
 	add_units_command(app);
 	add_p4_command(app);
 
