@@ -1,8 +1,7 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include "flow_support.h"
 
-#include <cstdlib>
-#include <cstring>
+#include <algorithm>
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -199,7 +198,8 @@ MakeMbuf(const Bytes &bytes, const std::vector<size_t> &cuts)
 		const size_t end = i < cuts.size() ? cuts[i] : bytes.size();
 		rte_mbuf *segment = rte_pktmbuf_alloc(Pool());
 
-		memcpy(rte_pktmbuf_append(segment, end - begin), bytes.data() + begin, end - begin);
+		std::copy(bytes.begin() + begin, bytes.begin() + end,
+			reinterpret_cast<uint8_t *>(rte_pktmbuf_append(segment, end - begin)));
 		if (first == nullptr)
 			first = segment;
 		else
@@ -243,7 +243,7 @@ MakeGuardedMbuf(const Bytes &bytes)
 	EXPECT_EQ(mprotect(static_cast<uint8_t *>(guarded->map) + readable, page, PROT_NONE), 0);
 
 	uint8_t *data = static_cast<uint8_t *>(guarded->map) + readable - bytes.size();
-	memcpy(data, bytes.data(), bytes.size());
+	std::copy(bytes.begin(), bytes.end(), data);
 	guarded->shared.free_cb = FreeGuarded;
 	guarded->shared.fcb_opaque = guarded;
 	rte_mbuf_ext_refcnt_set(&guarded->shared, 1);
