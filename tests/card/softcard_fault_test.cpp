@@ -1,0 +1,332 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+
+/* Faults on demand, and the trace of the operations. */
+
+#include <cerrno>
+#include <chrono>
+#include <fstream>
+#include <regex>
+
+#include <unistd.h>
+
+#include "operations.h"
+#include "softcard_fault.h"
+#include "softcard_trace.h"
+
+namespace
+{
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+
+class Fault : public CardTest
+{
+      protected:
+	void TearDown() override
+	{
+		softcard_fault_clear();
+		CardTest::TearDown();
+	}
+
+	int Parse(const char *text)
+	{
+		char line[2048] = "";
+		const int rc = softcard_fault_parse(text, line, sizeof(line));
+		why = line;
+		return rc;
+	}
+
+	std::string why;
+};
+
+TEST_F(Fault, EveryOperationHasItsName)
+{
+	const auto operations = Operations();
+	for (uint32_t i = 0; i < operations.size(); i++)
+		EXPECT_EQ(softcard_operation_name(i), operations[i].name);
+	EXPECT_EQ(softcard_operation_name(operations.size()), nullptr);
+}
+
+TEST_F(Fault, EveryOperationFailsItsSecondCallOnly)
+{
+	for (const Operation &operation : Operations()) {
+		SCOPED_TRACE(operation.name);
+		ASSERT_EQ(softcard_fault_set(operation.name.c_str(), 2, -99, 0), 0);
+		EXPECT_EQ(operation.call(), 0);
+		EXPECT_EQ(operation.call(), -99);
+		EXPECT_EQ(operation.call(), 0);
+		softcard_fault_clear();
+	}
+}
+
+TEST_F(Fault, EveryOperationFailsEveryCallUntilTheFaultIsLifted)
+{
+	for (const Operation &operation : Operations()) {
+		SCOPED_TRACE(operation.name);
+		ASSERT_EQ(softcard_fault_set(operation.name.c_str(), SOFTCARD_FAULT_EVERY, -99, 0),
+			0);
+		for (const Operation &other : Operations())
+			EXPECT_EQ(other.call(), other.name == operation.name ? -99 : 0)
+				<< other.name;
+		EXPECT_EQ(operation.call(), -99);
+		softcard_fault_clear();
+		EXPECT_EQ(operation.call(), 0);
+	}
+}
+
+TEST_F(Fault, ACallThatFailsChangesNothing)
+{
+	const auto profile = ProfileRecord({1, 2, 3, 4});
+	vask_p4_mep_meter_profile_table read;
+	qorn_input_port_table_result_tx entry = {};
+	const qorn_input_port_table_key_tx key = {.source_port = 5, .resv = 0};
+	vask_cmd_channel *channel = vask_p4_get_global_cmd_channel();
+
+	ASSERT_EQ(Parse("vask_p4_mep_add_meter_profile:every:-5"), 0);
+	EXPECT_EQ(vask_p4_mep_add_meter_profile(RX, 7, &profile), -5);
+	ASSERT_EQ(softcard_view_profile(RX, 7, &read), 0);
+	EXPECT_FALSE(read.valid);
+
+	entry.metering_info0 = 3;
+	ASSERT_EQ(qorn_input_port_tx_table_add(channel, &key, &entry), 0);
+	ASSERT_EQ(Parse("qorn_input_port_tx_table_get:every:-13"), 0);
+	entry = {};
+	EXPECT_EQ(qorn_input_port_tx_table_get(channel, &key, &entry), -13);
+	EXPECT_EQ(entry.metering_info0, 0u);
+}
+
+TEST_F(Fault, WithoutAChannelCommandsAreRefused)
+{
+	const vask_shaper_set_info info = {};
+
+	ASSERT_EQ(Parse("vask_p4_get_global_cmd_channel:1:-1"), 0);
+	EXPECT_EQ(vask_cmd_set_shaper(vask_p4_get_global_cmd_channel(), &info), -EINVAL);
+	EXPECT_EQ(vask_cmd_set_shaper(vask_p4_get_global_cmd_channel(), &info), 0);
+}
+
+TEST_F(Fault, SeveralOnOneOperationAreCountedEachFromItsOwnStart)
+{
+	ASSERT_EQ(Parse("vask_p4_mep_del_meter_policy:1:-1"), 0);
+	ASSERT_EQ(Parse("vask_p4_mep_del_meter_policy:3:7"), 0);
+	EXPECT_EQ(vask_p4_mep_del_meter_policy(RX, 1), -1);
+	EXPECT_EQ(vask_p4_mep_del_meter_policy(RX, 1), 0);
+	ASSERT_EQ(Parse("vask_p4_mep_del_meter_policy:2:9"), 0);
+	EXPECT_EQ(vask_p4_mep_del_meter_policy(RX, 1), 7);
+	EXPECT_EQ(vask_p4_mep_del_meter_policy(RX, 1), 9);
+	EXPECT_EQ(vask_p4_mep_del_meter_policy(RX, 1), 0);
+
+	softcard_fault list[4];
+	ASSERT_EQ(softcard_fault_list(list, 4), 3u);
+	EXPECT_STREQ(list[1].operation, "vask_p4_mep_del_meter_policy");
+	EXPECT_EQ(list[1].nth, 3u);
+	EXPECT_EQ(list[1].code, 7);
+	EXPECT_EQ(list[1].calls, 5u);
+	EXPECT_EQ(list[1].hits, 1u);
+	EXPECT_EQ(list[2].calls, 3u);
+	EXPECT_EQ(softcard_fault_list(nullptr, 0), 3u);
+}
+
+TEST_F(Fault, ADelayedCallIsDone)
+{
+	ASSERT_EQ(Parse("vask_p4_mep_update_meter_output_by_mtu:1:0:20000"), 0);
+	const auto begin = std::chrono::steady_clock::now();
+	EXPECT_EQ(vask_p4_mep_update_meter_output_by_mtu(5, 1500), 0);
+	EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(20));
+	softcard_port_view port;
+	ASSERT_EQ(softcard_view_port(5, &port), 0);
+	EXPECT_EQ(port.mtu, 1500);
+}
+
+TEST_F(Fault, AMisspeltOperationIsRefusedWithTheListOfThoseThatExist)
+{
+	EXPECT_EQ(Parse("vask_p4_mep_add_meter_profil:1:-1"), -ENOENT);
+	EXPECT_THAT(why, StartsWith("no operation 'vask_p4_mep_add_meter_profil'; there are "));
+	for (const Operation &operation : Operations())
+		EXPECT_THAT(why, HasSubstr(" " + operation.name));
+	EXPECT_EQ(softcard_fault_list(nullptr, 0), 0u);
+	EXPECT_EQ(softcard_fault_set("nothing", 1, -1, 0), -ENOENT);
+	EXPECT_EQ(softcard_fault_set(nullptr, 1, -1, 0), -ENOENT);
+	EXPECT_EQ(Parse(""), -ENOENT);
+	EXPECT_EQ(Parse(nullptr), -ENOENT);
+}
+
+TEST_F(Fault, TextThatDoesNotReadIsRefusedWithWhatIsWrong)
+{
+	EXPECT_EQ(Parse("vask_cmd_set_shaper"), -EINVAL);
+	EXPECT_EQ(why, "'' is neither 'every' nor a call, counted from 1");
+	EXPECT_EQ(Parse("vask_cmd_set_shaper:0:-1"), -EINVAL);
+	EXPECT_EQ(why, "'0' is neither 'every' nor a call, counted from 1");
+	EXPECT_EQ(Parse("vask_cmd_set_shaper:-1:-1"), -EINVAL);
+	EXPECT_EQ(Parse("vask_cmd_set_shaper:2x:-1"), -EINVAL);
+	EXPECT_EQ(Parse("vask_cmd_set_shaper:1"), -EINVAL);
+	EXPECT_EQ(why, "'' is no code; one is a number, as in -5");
+	EXPECT_EQ(Parse("vask_cmd_set_shaper:1:EIO"), -EINVAL);
+	EXPECT_EQ(why, "'EIO' is no code; one is a number, as in -5");
+	EXPECT_EQ(Parse("vask_cmd_set_shaper:1:99999999999"), -EINVAL);
+	EXPECT_EQ(Parse("vask_cmd_set_shaper:1:-1:soon"), -EINVAL);
+	EXPECT_EQ(why, "'soon' is no delay in microseconds");
+	EXPECT_EQ(Parse("vask_cmd_set_shaper:1:-1:5:6"), -EINVAL);
+	EXPECT_EQ(Parse("vask_cmd_set_shaper:1:0"), -EINVAL);
+	EXPECT_EQ(why, "code 0 without a delay is no fault");
+	EXPECT_EQ(softcard_fault_list(nullptr, 0), 0u);
+}
+
+TEST_F(Fault, AShortLineForTheReasonIsNotOverrun)
+{
+	char line[8] = "1234567";
+	EXPECT_EQ(softcard_fault_parse("nothing:1:-1", line, 4), -ENOENT);
+	EXPECT_STREQ(line, "no ");
+	EXPECT_EQ(line[4], '5');
+}
+
+TEST_F(Fault, MoreThanTheRoomAreRefused)
+{
+	for (uint32_t i = 0; i < SOFTCARD_FAULTS; i++)
+		ASSERT_EQ(softcard_fault_set("vask_cmd_set_shaper", 1000, -1, 0), 0);
+	EXPECT_EQ(Parse("vask_cmd_set_shaper:1:-1"), -ENOSPC);
+	EXPECT_EQ(why, "64 faults are set already");
+}
+
+TEST_F(Fault, AStopLiftsAll)
+{
+	ASSERT_EQ(Parse("vask_cmd_set_shaper:every:-1"), 0);
+	softcard_stop();
+	EXPECT_EQ(softcard_fault_list(nullptr, 0), 0u);
+}
+
+class Trace : public Fault
+{
+      protected:
+	void SetUp() override
+	{
+		Fault::SetUp();
+		path = "card_trace_" + std::to_string(getpid());
+		ASSERT_EQ(softcard_trace_open(path.c_str()), 0);
+	}
+
+	void TearDown() override
+	{
+		softcard_trace_close();
+		unlink(path.c_str());
+		Fault::TearDown();
+	}
+
+	/* Lines without their time. */
+	std::vector<std::string> Lines()
+	{
+		std::vector<std::string> lines;
+		std::ifstream file(path);
+		for (std::string line; std::getline(file, line);)
+			lines.push_back(line.substr(line.find(' ') + 1));
+		return lines;
+	}
+
+	std::string path;
+};
+
+TEST_F(Trace, EveryCallIsOneLineOfTimeOperationFieldsHexAndResult)
+{
+	const std::regex line(
+		"\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{6}Z \\w+( \\w+=[-\\w]+)+ "
+		"hex=(-|([0-9a-f]{2})+) rc=-?\\d+( fault)?");
+	for (const Operation &operation : Operations())
+		operation.call();
+
+	std::ifstream file(path);
+	std::string text;
+	for (const Operation &operation : Operations()) {
+		ASSERT_TRUE(std::getline(file, text));
+		EXPECT_TRUE(std::regex_match(text, line)) << text;
+		EXPECT_THAT(text, HasSubstr(" " + operation.name + " "));
+	}
+	EXPECT_FALSE(std::getline(file, text));
+}
+
+TEST_F(Trace, FieldsAreDecodedBesideTheRecordsBytes)
+{
+	const auto profile = ProfileRecord({125, 1, 250, 2, false, true});
+	const auto policy = PolicyRecord({1, 0, 2}, {10, 20, 30});
+	vask_p4_isch_shaper value = {};
+	value.rate = 1;
+
+	vask_p4_mep_add_meter_profile(RX, 5, &profile);
+	vask_p4_mep_add_meter_policy(RX, 6, &policy);
+	vask_p4_mep_update_meter_output_by_meterid(RX, 16384, 9);
+	vask_p4_isch_shaper_csr_write(value);
+	/* ebs 2, cbs 1 << 20 = 0x100002, eir 250 << 41, cir 125 << 67, rfc2698 bit 94, valid bit 95 */
+	EXPECT_THAT(Lines(),
+		ElementsAre(
+			"vask_p4_mep_add_meter_profile dir=0 index=5 cir=125 cbs=1 eir=250 ebs=2 "
+			"pm=0 rfc2698=1 cf=0 valid=1 hex=0200100000f40100"
+			"e80300c0 rc=0",
+			"vask_p4_mep_add_meter_policy dir=0 index=6 green_action=1 green_dscp=10 "
+			"yellow_action=0 yellow_dscp=20 red_action=2 red_dscp=30 valid=1 "
+			"hex=92472980 rc=0",
+			"vask_p4_mep_update_meter_output_by_meterid dir=0 sfi=16384 index=9 hex=- "
+			"rc=-34",
+			"vask_p4_isch_shaper_csr_write enable=0 alway_closed=0 mode=0 pbs=0 "
+			"rate_level=0 rate=1 hex=00080000 rc=0"));
+}
+
+TEST_F(Trace, WholeFieldsOfSplitRecordsAreShown)
+{
+	vask_cmd_channel *channel = vask_p4_get_global_cmd_channel();
+	qorn_meter_profile_table profile = {};
+	profile.cbs_l1 = 1;
+	profile.cbs_h19 = 0x7ffff;
+	profile.ebs_h7 = 1;
+	profile.cir_h3 = 7;
+	qorn_meter_table meter = {};
+	meter.byte_cnt_h20 = 1;
+	meter.pkt_cnt_h20 = 1;
+	const uint32_t index = 3;
+
+	qorn_meter_profile_update(channel, &index, &profile);
+	qorn_meter_table_update(channel, &index, &meter);
+	const auto lines = Lines();
+	ASSERT_EQ(lines.size(), 3u);
+	EXPECT_THAT(lines[1], HasSubstr(" cbs=1048575 ebs=8192 cir=234881024 "));
+	EXPECT_THAT(lines[2], HasSubstr(" byte_cnt=268435456 pkt_cnt=4096 "));
+}
+
+TEST_F(Trace, AFaultIsMarkedAndNullRecordsAreShown)
+{
+	ASSERT_EQ(Parse("vask_p4_mep_del_meter_profile:1:-5"), 0);
+	vask_p4_mep_del_meter_profile(TX, 1);
+	vask_p4_mep_add_meter_profile(RX, 1, nullptr);
+	qorn_meter_table_update(vask_p4_get_global_cmd_channel(), nullptr, nullptr);
+
+	const auto lines = Lines();
+	ASSERT_EQ(lines.size(), 4u);
+	EXPECT_EQ(lines[0], "vask_p4_mep_del_meter_profile dir=1 index=1 hex=- rc=-5 fault");
+	EXPECT_THAT(lines[1], HasSubstr(" hex=- rc=-22"));
+	EXPECT_THAT(lines[3], StartsWith("qorn_meter_table_update index=-1 "));
+	EXPECT_THAT(lines[3], HasSubstr(" hex=- rc=-5"));
+}
+
+TEST_F(Trace, TheSamePathIsCountedAndAnotherRefused)
+{
+	EXPECT_EQ(softcard_trace_open("another"), -EBUSY);
+	EXPECT_EQ(softcard_trace_open(path.c_str()), 0);
+	softcard_trace_close();
+	vask_p4_mep_del_meter_policy(RX, 1);
+	EXPECT_EQ(Lines().size(), 1u);
+	softcard_trace_close();
+	vask_p4_mep_del_meter_policy(RX, 1);
+	EXPECT_EQ(Lines().size(), 1u);
+	softcard_trace_close();
+	EXPECT_EQ(softcard_trace_open(path.c_str()), 0);
+	vask_p4_mep_del_meter_policy(RX, 1);
+	EXPECT_EQ(Lines().size(), 2u); /* appended */
+}
+
+TEST_F(Trace, AFileThatCannotBeOpenedIsRefused)
+{
+	softcard_trace_close();
+	EXPECT_EQ(softcard_trace_open("no/such/folder"), -ENOENT);
+	EXPECT_EQ(softcard_trace_open(path.c_str()), 0);
+}
+
+} // namespace
