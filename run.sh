@@ -24,13 +24,17 @@ if [ "${1-}" != testpmd ]; then
 fi
 shift
 scripts/install-packages dpdk-dev
-scripts/build build -- drivers/librte_net_vask1.so
+scripts/build build -- drivers/librte_net_vask1.so app/vask-meter/vask-meter
+build/app/vask-meter/vask-meter testpmd "$config" -o build/testpmd.commands
 
 # testpmd wants two lcores; where the process may use one CPU only, both share it
 allowed=$(awk '/^Cpus_allowed_list/ { print $2 }' /proc/self/status)
-echo "packets leave to build/testpmd-out.pcap; type 'start' to forward, 'quit' to end" >&2
+cat >&2 <<-END
+	The meters of $config are set up by build/testpmd.commands; packets leave to build/testpmd-out.pcap.
+	Type: start, stop, show port meter stats 0 9 no, quit
+END
 exec dpdk-testpmd --lcores "0@${allowed%%[-,]*},1@${allowed##*[-,]}" --no-huge --no-pci -m 512 \
 	--file-prefix "vask-$$" -d build/drivers/librte_net_vask1.so \
 	--vdev net_vask1_0,uplink=net_pcap0,clock=capture \
 	--vdev "net_pcap0,rx_pcap=$capture,tx_pcap=build/testpmd-out.pcap" \
-	-- -i --no-flush-rx --total-num-mbufs=16384 "$@"
+	-- -i --no-flush-rx --total-num-mbufs=16384 --cmdline-file build/testpmd.commands "$@"
