@@ -12,6 +12,7 @@
 
 void add_replay_command(CLI::App &app);
 void add_testpmd_command(CLI::App &app);
+void add_tune_command(CLI::App &app);
 void add_units_command(CLI::App &app);
 void add_p4_command(CLI::App &app);
 

@@ -29,6 +29,7 @@ main(int argc, char **argv)
 
 	add_replay_command(app);
 	add_testpmd_command(app);
+	add_tune_command(app);
 	add_units_command(app);
 	add_p4_command(app);
 
