@@ -14,6 +14,7 @@ namespace
 {
 
 rte_mempool *pool;
+thread_local rte_mempool *own_pool;
 
 class Eal : public ::testing::Environment
 {
@@ -48,6 +49,12 @@ rte_mempool *
 Pool()
 {
 	return pool;
+}
+
+void
+UsePool(rte_mempool *own)
+{
+	own_pool = own;
 }
 
 unsigned
@@ -138,7 +145,7 @@ View(int dir, uint32_t meter)
 rte_mbuf *
 MakeFrame(const std::vector<uint8_t> &bytes)
 {
-	rte_mbuf *frame = rte_pktmbuf_alloc(pool);
+	rte_mbuf *frame = rte_pktmbuf_alloc(own_pool ? own_pool : pool);
 	char *data = rte_pktmbuf_append(frame, bytes.size());
 	if (!bytes.empty())
 		memcpy(data, bytes.data(), bytes.size());

@@ -24,6 +24,12 @@ constexpr int TX = VASK_P4_MEP_EGRESS;
 /* One pool for all tests: 4096 buffers of 2048 bytes behind the headroom. EAL is up from main() on. */
 rte_mempool *Pool();
 
+/*
+ * A pool for the frames that this thread makes, instead of that one; null: that one again. A thread
+ * sanitizer does not see how a pool hands a buffer from one thread to another.
+ */
+void UsePool(rte_mempool *pool);
+
 /* Buffers of the pool in use. */
 unsigned InUse();
 

@@ -22,11 +22,31 @@ constexpr uint32_t METERS = 8;
 class Threads : public CardTest
 {
       protected:
+	void SetUp() override
+	{
+		CardTest::SetUp();
+		for (size_t i = 0; i < pools.size(); i++) {
+			pools[i] = rte_pktmbuf_pool_create(("thread" + std::to_string(i)).c_str(),
+				255, 0, 0, 256 + RTE_PKTMBUF_HEADROOM, SOCKET_ID_ANY);
+			ASSERT_NE(pools[i], nullptr);
+		}
+	}
+
+	void TearDown() override
+	{
+		for (rte_mempool *pool : pools) {
+			EXPECT_EQ(rte_mempool_in_use_count(pool), 0u);
+			rte_mempool_free(pool);
+		}
+		CardTest::TearDown();
+	}
+
 	/* Meters bursts in one direction until told to stop, and checks what comes back. */
 	void Forward(int dir)
 	{
 		uint64_t now_ns = 1;
 
+		UsePool(pools[dir]);
 		while (!stop) {
 			std::vector<rte_mbuf *> pkts;
 			for (int i = 0; i < 32; i++)
@@ -81,6 +101,7 @@ class Threads : public CardTest
 		}
 	}
 
+	std::array<rte_mempool *, 3> pools;
 	std::atomic<bool> stop = false;
 	std::atomic<uint64_t> bursts = 0;
 };
@@ -100,14 +121,15 @@ TEST_F(Threads, TwoThatShareAMeterCountEveryPacketOnce)
 {
 	constexpr int ROUNDS = 2000;
 	MakeMeter(RX, 1, {0, 0, 0, 1048575, true}, DropRed());
-	const auto forward = [] {
+	const auto forward = [this](int thread) {
+		UsePool(pools[thread]);
 		for (int round = 0; round < ROUNDS; round++) {
 			softcard_burst burst = Burst(1, round, {MakeIpv4(64), MakeIpv4(100)});
 			softcard_meter_burst(RX, &burst);
 			Free(burst);
 		}
 	};
-	std::thread first(forward), second(forward);
+	std::thread first(forward, 0), second(forward, 1);
 	first.join();
 	second.join();
 	/* no committed tokens, 1048575 packets of excess, no refill */
@@ -118,7 +140,8 @@ TEST_F(Threads, TwoThatShareAMeterCountEveryPacketOnce)
 
 TEST_F(Threads, QueuesOfOneShaperWhileItsRegisterIsWritten)
 {
-	const auto forward = [this](int dir) {
+	const auto forward = [this](int dir, int thread) {
+		UsePool(pools[thread]);
 		softcard_queue *queue = softcard_queue_create(dir, 3, 64, SOCKET_ID_ANY);
 		ASSERT_NE(queue, nullptr);
 		uint64_t now_ns = 0;
@@ -138,7 +161,7 @@ TEST_F(Threads, QueuesOfOneShaperWhileItsRegisterIsWritten)
 		}
 		softcard_queue_free(queue);
 	};
-	std::thread first(forward, TX), second(forward, TX), third(forward, RX);
+	std::thread first(forward, TX, 0), second(forward, TX, 1), third(forward, RX, 2);
 	for (uint32_t round = 0; round < 5000 || bursts < 2000; round++) {
 		vask_shaper_set_info info = {};
 		vask_p4_isch_shaper value = {};

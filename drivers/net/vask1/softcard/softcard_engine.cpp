@@ -21,41 +21,52 @@ prefetch_meter(const struct softcard_meter *meters, uint32_t hw_meter_id)
 	rte_prefetch0(&meters[hw_meter_id].packets);
 }
 
-/* Meters packets [first, end) of a burst, which share a meter. Returns the mask of those to be dropped. */
+/*
+ * Meters packets [first, end) of a burst, which share a meter whose lock is held. Returns the mask of those
+ * to be dropped.
+ */
+template <bool COLOR_AWARE>
+static uint64_t
+packets_meter(
+	struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first, uint16_t end)
+{
+	/* On the stack, where storing a packet's colour cannot be thought to change them. */
+	const struct softcard_bucket_params params = meter.params;
+	const unsigned drop_colors = meter.drop_colors;
+	const unsigned dscp_colors = meter.dscp_colors;
+	const uint32_t original_length = -uint32_t{meter.original_length};
+	struct softcard_bucket_state state = meter.state;
+	uint64_t drop_mask = 0;
+
+	for (uint16_t i = first; i < end; i++) {
+		struct rte_mbuf *pkt = burst->pkts[i];
+		const uint32_t length =
+			rte_pktmbuf_pkt_len(pkt) + (burst->taken_off[i] & original_length);
+		const enum rte_color in = COLOR_AWARE ? softcard_frame_color(pkt) : RTE_COLOR_GREEN;
+		const enum rte_color color = softcard_bucket_check(
+			params, state, burst->now_ns[i], in, softcard_bucket_cost(params, length));
+
+		rte_mbuf_sched_color_set(pkt, color);
+		meter.packets[color]++;
+		meter.bytes[color] += length;
+		drop_mask |= uint64_t{drop_colors >> color & 1} << i;
+		if (dscp_colors >> color & 1)
+			meter.rewritten +=
+				softcard_frame_dscp_write(&burst->pkts[i], meter.dscp[color]);
+	}
+	meter.state = state;
+	return drop_mask;
+}
+
 static uint64_t
 meter_run(struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first, uint16_t end)
 {
 	uint64_t drop_mask = 0;
 
 	rte_spinlock_lock(&meter.lock);
-	if (!meter.metering) {
-		rte_spinlock_unlock(&meter.lock);
-		return 0;
-	}
-	const struct softcard_bucket_params params = meter.params;
-	struct softcard_bucket_state state = meter.state;
-
-	for (uint16_t i = first; i < end; i++) {
-		struct rte_mbuf *pkt = burst->pkts[i];
-		const uint32_t length = rte_pktmbuf_pkt_len(pkt) +
-			(meter.original_length ? burst->taken_off[i] : 0);
-		const enum rte_color in =
-			meter.color_aware ? softcard_frame_color(pkt) : RTE_COLOR_GREEN;
-		const enum rte_color color = softcard_bucket_check(
-			params, state, burst->now_ns[i], in, softcard_bucket_cost(params, length));
-		const uint64_t dropped = meter.drop_colors >> color & 1;
-
-		rte_mbuf_sched_color_set(pkt, color);
-		meter.packets[color]++;
-		meter.bytes[color] += length;
-		meter.dropped_packets += dropped;
-		meter.dropped_bytes += length & -dropped;
-		drop_mask |= dropped << i;
-		if (meter.dscp_colors >> color & 1)
-			meter.rewritten +=
-				softcard_frame_dscp_write(&burst->pkts[i], meter.dscp[color]);
-	}
-	meter.state = state;
+	if (meter.metering)
+		drop_mask = meter.color_aware ? packets_meter<true>(meter, burst, first, end)
+					      : packets_meter<false>(meter, burst, first, end);
 	rte_spinlock_unlock(&meter.lock);
 	return drop_mask;
 }

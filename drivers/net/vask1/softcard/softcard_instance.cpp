@@ -33,12 +33,27 @@ meter_fill(struct softcard_meter &meter)
 	meter.state.level_e = UINT64_MAX;
 }
 
-/* Takes a policy apart by colour. */
+struct softcard_dropped
+softcard_meter_dropped(const struct softcard_meter &meter)
+{
+	struct softcard_dropped dropped = {meter.dropped_packets_base, meter.dropped_bytes_base};
+
+	for (uint32_t color = 0; color < meter.packets.size(); color++) {
+		if (meter.drop_colors >> color & 1) {
+			dropped.packets += meter.packets[color];
+			dropped.bytes += meter.bytes[color];
+		}
+	}
+	return dropped;
+}
+
+/* Takes a policy apart by colour. What was dropped under the old one stays counted. */
 static void
 policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_policy_table &policy)
 {
 	const std::array<uint32_t, 3> actions = {
 		policy.green_action, policy.yellow_action, policy.red_action};
+	const struct softcard_dropped before = softcard_meter_dropped(meter);
 
 	meter.drop_colors = 0;
 	meter.dscp_colors = 0;
@@ -48,6 +63,10 @@ policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_poli
 	}
 	meter.dscp = {static_cast<uint8_t>(policy.green_dscp),
 		static_cast<uint8_t>(policy.yellow_dscp), static_cast<uint8_t>(policy.red_dscp)};
+
+	const struct softcard_dropped after = softcard_meter_dropped(meter);
+	meter.dropped_packets_base += before.packets - after.packets;
+	meter.dropped_bytes_base += before.bytes - after.bytes;
 }
 
 /* Copies what the tables say about a meter to where packets find it, levels cut to the bursts. */
@@ -101,8 +120,8 @@ meter_reset(int dir, uint32_t hw_meter_id)
 	meter.rewritten = 0;
 	meter.packets = {};
 	meter.bytes = {};
-	meter.dropped_packets = 0;
-	meter.dropped_bytes = 0;
+	meter.dropped_packets_base = 0;
+	meter.dropped_bytes_base = 0;
 	rte_spinlock_unlock(&meter.lock);
 	softcard->engines[dir].rates[hw_meter_id] = {};
 }
@@ -171,8 +190,18 @@ softcard_meter_copy(int dir, uint32_t hw_meter_id)
 {
 	struct softcard_meter &meter = softcard->engines[dir].meters[hw_meter_id];
 
+	struct softcard_meter copy = {}; /* all but the lock, which others may be trying */
+
 	rte_spinlock_lock(&meter.lock);
-	struct softcard_meter copy = meter;
+	copy.metering = meter.metering;
+	copy.params = meter.params;
+	copy.state = meter.state;
+	copy.rewritten = meter.rewritten;
+	copy.packets = meter.packets;
+	copy.bytes = meter.bytes;
+	copy.drop_colors = meter.drop_colors;
+	copy.dropped_packets_base = meter.dropped_packets_base;
+	copy.dropped_bytes_base = meter.dropped_bytes_base;
 	rte_spinlock_unlock(&meter.lock);
 
 	copy.state.level_c = std::min(copy.state.level_c, softcard_bucket_full_c(copy.params));
@@ -184,13 +213,15 @@ void
 softcard_meter_inst_fill(int dir, uint32_t hw_meter_id, const struct softcard_meter &meter,
 	struct vask_p4_mep_meter_inst_table *inst)
 {
+	const struct softcard_dropped dropped = softcard_meter_dropped(meter);
+
 	*inst = softcard->engines[dir].insts[hw_meter_id];
 	inst->bkt_c = record_level(meter.params, meter.state.level_c);
 	inst->bkt_e = record_level(meter.params, meter.state.level_e);
-	inst->drop_pkt_cnt = meter.dropped_packets;
+	inst->drop_pkt_cnt = dropped.packets;
 	inst->pkt_len_c = meter.bytes[RTE_COLOR_GREEN];
 	inst->pkt_len_e = meter.bytes[RTE_COLOR_YELLOW];
-	inst->drop_pkt_len_cnt = meter.dropped_bytes;
+	inst->drop_pkt_len_cnt = dropped.bytes;
 }
 
 int

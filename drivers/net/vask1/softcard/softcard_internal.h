@@ -53,11 +53,24 @@ struct alignas(RTE_CACHE_LINE_SIZE) softcard_meter {
 
 	alignas(RTE_CACHE_LINE_SIZE) std::array<uint64_t, 3> packets; /* by enum rte_color */
 	std::array<uint64_t, 3> bytes;
-	uint64_t dropped_packets;
-	uint64_t dropped_bytes;
+	/*
+	 * What was dropped, less what the colours count that are dropped now: packets need not count
+	 * drops. May be below 0, modulo 2^64. See softcard_meter_dropped().
+	 */
+	uint64_t dropped_packets_base;
+	uint64_t dropped_bytes_base;
 };
 
 static_assert(sizeof(struct softcard_meter) == 2 * RTE_CACHE_LINE_SIZE, "two lines a meter");
+
+/** Packets and bytes that a meter has dropped. */
+struct softcard_dropped {
+	uint64_t packets;
+	uint64_t bytes;
+};
+
+/** What a meter has dropped. Its lock is held, or it is a copy. */
+struct softcard_dropped softcard_meter_dropped(const struct softcard_meter &meter);
 
 /** The meters that use a profile or a policy. */
 struct softcard_meter_set {

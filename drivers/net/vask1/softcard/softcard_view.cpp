@@ -17,6 +17,7 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 		return -EINVAL;
 
 	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
+	const struct softcard_dropped dropped = softcard_meter_dropped(meter);
 
 	*view = {};
 	softcard_meter_inst_fill(dir, hw_meter_id, meter, &view->inst);
@@ -31,8 +32,8 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 		view->packets[color] = meter.packets[color];
 		view->bytes[color] = meter.bytes[color];
 	}
-	view->dropped_packets = meter.dropped_packets;
-	view->dropped_bytes = meter.dropped_bytes;
+	view->dropped_packets = dropped.packets;
+	view->dropped_bytes = dropped.bytes;
 	view->rewritten = meter.rewritten;
 	view->passed_bytes_s = softcard->engines[dir].rates[hw_meter_id].bytes_s;
 	return 0;
@@ -44,7 +45,7 @@ rate_sample(int dir, uint32_t hw_meter_id)
 	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
 	struct softcard_rate &rate = softcard->engines[dir].rates[hw_meter_id];
 	const uint64_t passed = meter.bytes[RTE_COLOR_GREEN] + meter.bytes[RTE_COLOR_YELLOW] +
-		meter.bytes[RTE_COLOR_RED] - meter.dropped_bytes;
+		meter.bytes[RTE_COLOR_RED] - softcard_meter_dropped(meter).bytes;
 	const uint64_t elapsed = meter.state.last_ns - rate.last_ns;
 
 	/* No packet since the last sample, or the first sample of all: no time to divide by. */
