@@ -2,7 +2,7 @@
 # Usage: ./run.sh [REPLAY-OPTION...] | ./run.sh testpmd [TESTPMD-OPTION...] | ./run.sh --help
 #
 # Installs what is needed (Debian; root or sudo), builds, and sends a recorded capture through metered
-# ports on the software card: prints what each meter did, and where the outgoing packets lie.
+# ports on the software card: prints what each meter did, and where the outgoing packets and a page with charts lie.
 #
 #   testpmd   opens an interactive dpdk-testpmd on the same card instead, its port fed by the same capture
 set -euo pipefail
@@ -20,7 +20,8 @@ esac
 
 if [ "${1-}" != testpmd ]; then
 	scripts/build build -- app/vask-meter/vask-meter
-	exec build/app/vask-meter/vask-meter replay "$config" "$capture" -o build/out.pcap "$@"
+	exec build/app/vask-meter/vask-meter replay "$config" "$capture" -o build/out.pcap \
+		--report build/report.html "$@"
 fi
 shift
 scripts/install-packages dpdk-dev

@@ -6,12 +6,13 @@
 #include "command.h"
 #include "error.h"
 #include "replay.h"
+#include "report_html.h"
 #include "report_text.h"
 
 namespace
 {
 replay_options options;
-std::string config_path, csv, json;
+std::string config_path, csv, json, report;
 
 void
 show_progress(uint64_t position, uint64_t size)
@@ -35,6 +36,7 @@ run()
 		fail("standard output: cannot write");
 	if (terminal)
 		options.progress = show_progress;
+	options.samples = !report.empty();
 	const replay_result result = replay(config, options);
 	if (terminal)
 		fmt::print(stderr, "\r{:50}\r", "");
@@ -44,7 +46,9 @@ run()
 		write_whole_file(csv, result_csv(config, result));
 	if (!json.empty())
 		write_whole_file(json, result_json(config, result));
-	for (const std::string &path : {options.out, options.packets, csv, json})
+	if (!report.empty())
+		write_whole_file(report, result_html(config, result, options.capture));
+	for (const std::string &path : {options.out, options.packets, csv, json, report})
 		if (!path.empty())
 			fmt::print("wrote {}\n", path);
 }
@@ -64,6 +68,8 @@ add_replay_command(CLI::App &app)
 	replay->add_option("--json", json, "the whole result");
 	replay->add_option("--packets", options.packets,
 		"a line for each packet: its meters, their colours, and when it left");
+	replay->add_option(
+		"--report", report, "a page with charts of rates by colour and bucket levels");
 	replay->add_flag("--verbose", options.verbose, "let DPDK and the driver log");
 	replay->footer(
 		"Example:\n  vask-meter replay examples/metered-port.cfg tests/data/iperf3.pcap "

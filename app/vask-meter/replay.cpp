@@ -9,6 +9,7 @@
 
 #include "error.h"
 #include "program.h"
+#include "sampler.h"
 
 namespace
 {
@@ -183,9 +184,16 @@ replay(const meters_config &config, const replay_options &options)
 			log->left(left_ns);
 	};
 	const uint16_t burst = log ? 1 : card_ports::BURST;
+	sampler samples;
 	captured_frame frame;
 	while (reader.next(frame)) {
 		count_arrival(result, frame);
+		if (options.samples && samples.due(frame.time_ns)) {
+			if (ports.waiting() > 0)
+				ports.forward(left);
+			read_stats(result.meters);
+			samples.take(frame.time_ns, result.meters);
+		}
 		ports.arrive(frame);
 		if (log)
 			log->arrived(frame);
@@ -206,6 +214,8 @@ replay(const meters_config &config, const replay_options &options)
 		refuse("{}: no frames; accepted are captures with at least one", options.capture);
 
 	read_stats(result.meters);
+	if (options.samples)
+		result.samples = samples.finish(result.last_ns, result.meters);
 	for (uint16_t port = 0; port < config.ports; port++)
 		add_drops(port, ports.ethdev(port), result);
 	unprogram_ports(config, ports);

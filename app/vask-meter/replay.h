@@ -44,6 +44,12 @@ struct metered {
 	}
 };
 
+/** Where all meters stood at a moment: their counters since the start, and their levels. */
+struct replay_sample {
+	uint64_t time_ns;
+	std::vector<meter_stats> meters; /* as replay_result::meters */
+};
+
 struct replay_result {
 	uint64_t packets, bytes, first_ns, last_ns; /* of the capture */
 	uint64_t left_packets, left_bytes;
@@ -51,6 +57,8 @@ struct replay_result {
 	std::vector<std::pair<std::string, uint64_t>>
 		drops; /* what the ports dropped, by cause; no zeros */
 	std::vector<metered> meters;
+	std::vector<replay_sample>
+		samples; /* at even intervals; empty unless they were asked for */
 
 	double seconds() const
 	{
@@ -63,6 +71,7 @@ struct replay_options {
 	std::string out;     /* capture of what leaves; empty: none */
 	std::string packets; /* a line for each packet; empty: none */
 	bool verbose = false;
+	bool samples = false;
 	/** Told now and then how far the capture has been read, of how much. */
 	std::function<void(uint64_t, uint64_t)> progress;
 };

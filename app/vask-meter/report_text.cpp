@@ -23,14 +23,6 @@ per_second(uint64_t amount, const replay_result &result)
 	return result.seconds() > 0 ? static_cast<double>(amount) / result.seconds() : 0;
 }
 
-/* A meter's rate in what its profile counts. */
-std::string
-rate_text(const profile_config &p, uint64_t packets, uint64_t bytes, const replay_result &result)
-{
-	return p.packet_mode ? fmt::format("{:.1f} pps", per_second(packets, result))
-			     : format_rate(per_second(bytes, result));
-}
-
 std::string
 flows_of(const meters_config &config, const metered &m)
 {
@@ -41,6 +33,13 @@ flows_of(const meters_config &config, const metered &m)
 	return ids;
 }
 } // namespace
+
+std::string
+result_rate(const profile_config &p, uint64_t packets, uint64_t bytes, const replay_result &result)
+{
+	return p.packet_mode ? fmt::format("{:.1f} pps", per_second(packets, result))
+			     : format_rate(per_second(bytes, result));
+}
 
 const char *
 algorithm_name(enum rte_mtr_algorithm algorithm)
@@ -125,7 +124,7 @@ meter_text(const meters_config &config, const metered &m, const replay_result &r
 		flows.empty() ? "" : ", flow " + flows);
 	const auto line = [&](const char *name, uint64_t packets, uint64_t bytes) {
 		out += fmt::format("  {:<14}{:>12}{:>16}  {:>16}\n", name, packets, bytes,
-			rate_text(p, packets, bytes, result));
+			result_rate(p, packets, bytes, result));
 	};
 
 	out += fmt::format("  {:<14}{:>12}{:>16}  {:>16}\n", "", "packets", "bytes", "rate");

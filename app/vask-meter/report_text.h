@@ -29,6 +29,10 @@ std::string remarks_text(const meters_config &config);
 /** The name that testpmd and CONFIG give the algorithm: "rfc2697". */
 const char *algorithm_name(enum rte_mtr_algorithm algorithm);
 
+/** An amount over the time of the capture, in what the profile counts: "1.5 Mbit/s", "40.0 pps". */
+std::string result_rate(const profile_config &profile, uint64_t packets, uint64_t bytes,
+	const replay_result &result);
+
 /** The rates and bursts of a profile under the names that its algorithm gives them. */
 struct profile_value {
 	const char *name;

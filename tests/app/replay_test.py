@@ -193,6 +193,54 @@ class Example(unittest.TestCase):
         self.assertEqual(self.run_.stderr, "")
 
 
+class Report(unittest.TestCase):
+    """The page of --report."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.run_, cls.page = cls.report()
+
+    @staticmethod
+    def report():
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "report.html")
+            run = Run(args=["--report", path])
+            assert (run.code, run.stderr) == (0, ""), run.stderr
+            return run, pathlib.Path(path).read_text(encoding="utf-8")
+
+    def test_it_needs_nothing_from_elsewhere_and_runs_nothing(self):
+        self.assertNotIn("<script", self.page)
+        self.assertNotIn("<img", self.page)
+        links = set(re.findall(r"(?:href|src|url)\s*[=(]\s*[\"']?([^\"')>\s]+)", self.page))
+        self.assertEqual([x for x in links if not x.startswith(("#", "data:,"))], [])
+        self.assertLess(len(self.page), 1 << 20)
+
+    def test_each_meter_has_its_numbers_and_two_charts(self):
+        sections = re.findall(r"<section>.*?</section>", self.page, re.DOTALL)
+        self.assertEqual(len(sections), 1 + len(self.run_.json["meters"]))
+        for section, meter in zip(sections[1:], self.run_.json["meters"]):
+            self.assertIn(f"<h2>Meter {meter['id']}: port 0 receive</h2>", section)
+            for name in ("offered", "green", "yellow", "red", "dropped"):
+                self.assertIn(f"<td>{name}</td><td>{meter[name]['packets']}</td>"
+                              f"<td>{meter[name]['bytes']}</td>", section)
+            self.assertEqual(section.count("<svg"), 2)
+            self.assertEqual(section.count("</svg>"), 2)
+            for words in ("committed rate", "came through", "committed bucket"):
+                self.assertIn(words, section)
+
+    def test_a_second_run_gives_the_same_page_and_sampling_changes_no_result(self):
+        self.assertEqual(self.report()[1], self.page)
+        self.assertEqual(Run().json, self.run_.json)
+
+    def test_without_gnuplot_it_is_refused_and_nothing_stays(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "report.html")
+            run = Run(args=["--report", path], env={"PATH": "/nonexistent"})
+            self.assertEqual((run.code, run.stderr), (1, "vask-meter: the report's charts need gnuplot, "
+                             "which is not installed (Debian: gnuplot-nox)\n"))
+            self.assertEqual(os.listdir(folder), [])
+
+
 class RandomMeters(unittest.TestCase):
     """One meter on the whole port, of every algorithm and mode, at parameters that hurt."""
 
