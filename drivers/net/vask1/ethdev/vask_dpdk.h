@@ -32,6 +32,13 @@ extern "C" {
 /* Ports print their private state through ethdev since 22.03. */
 #define VASK_HAS_PRIV_DUMP (RTE_VERSION >= RTE_VERSION_NUM(22, 3, 0, 0))
 
+/* A queue's own counts are an argument of their own since 25.11. */
+#if RTE_VERSION >= RTE_VERSION_NUM(25, 11, 0, 0)
+#define VASK_STATS_GET_QUEUES , struct eth_queue_stats * /*queues*/
+#else
+#define VASK_STATS_GET_QUEUES
+#endif
+
 /* Telemetry's unsigned numbers were renamed in 23.03. */
 #if RTE_VERSION >= RTE_VERSION_NUM(23, 3, 0, 0)
 #define vask_tel_add_dict_uint rte_tel_data_add_dict_uint

@@ -87,7 +87,7 @@ queue_stats(const struct rte_eth_dev *dev, int dir, uint64_t *packets, uint64_t 
 } // namespace
 
 int
-vask_stats_get(struct rte_eth_dev *dev, struct rte_eth_stats *stats)
+vask_stats_get(struct rte_eth_dev *dev, struct rte_eth_stats *stats VASK_STATS_GET_QUEUES)
 {
 	uint64_t rx[VASK_COUNTS], tx[VASK_COUNTS];
 	const uint16_t uplink_id = vask_port_of(dev)->uplink.port_id;

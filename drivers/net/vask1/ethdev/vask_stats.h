@@ -9,7 +9,7 @@
 
 #include "vask_dpdk.h"
 
-int vask_stats_get(struct rte_eth_dev *dev, struct rte_eth_stats *stats);
+int vask_stats_get(struct rte_eth_dev *dev, struct rte_eth_stats *stats VASK_STATS_GET_QUEUES);
 int vask_stats_reset(struct rte_eth_dev *dev);
 
 /** Extended statistics: what was dropped on the way, by reason; rx_... and tx_.... */
