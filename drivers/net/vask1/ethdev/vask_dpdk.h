@@ -34,9 +34,11 @@ extern "C" {
 
 /* A queue's own counts are an argument of their own since 25.11. */
 #if RTE_VERSION >= RTE_VERSION_NUM(25, 11, 0, 0)
-#define VASK_STATS_GET_QUEUES , struct eth_queue_stats * /*queues*/
+#define VASK_STATS_GET_QUEUES , struct eth_queue_stats *queues
+#define VASK_QUEUE_STATS(stats) queues
 #else
 #define VASK_STATS_GET_QUEUES
+#define VASK_QUEUE_STATS(stats) stats
 #endif
 
 /* Telemetry's unsigned numbers were renamed in 23.03. */

@@ -100,8 +100,10 @@ vask_stats_get(struct rte_eth_dev *dev, struct rte_eth_stats *stats VASK_STATS_G
 	stats->opackets = tx[VASK_PACKETS];
 	stats->obytes = tx[VASK_BYTES];
 	stats->imissed = rx[VASK_SHAPER_DROPPED_PACKETS] + rx[VASK_QUEUE_DROPPED_PACKETS];
-	queue_stats(dev, VASK_P4_MEP_INGRESS, stats->q_ipackets, stats->q_ibytes);
-	queue_stats(dev, VASK_P4_MEP_EGRESS, stats->q_opackets, stats->q_obytes);
+	if (auto *queues_of = VASK_QUEUE_STATS(stats); queues_of != nullptr) {
+		queue_stats(dev, VASK_P4_MEP_INGRESS, queues_of->q_ipackets, queues_of->q_ibytes);
+		queue_stats(dev, VASK_P4_MEP_EGRESS, queues_of->q_opackets, queues_of->q_obytes);
+	}
 
 	/* what the wire itself lost */
 	if (uplink_id != VASK_UPLINK_NONE && rte_eth_stats_get(uplink_id, &uplink) == 0) {
