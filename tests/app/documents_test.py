@@ -54,6 +54,9 @@ class Documents(unittest.TestCase):
                     self.assertEqual(done.stdout.split("\n"), documented)
         self.assertGreater(found, 0, path)
 
+    def test_readme(self):
+        self.run_document("README.md")
+
     def test_p4_tables(self):
         self.run_document("doc/p4_tables.md")
 
