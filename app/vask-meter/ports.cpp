@@ -24,6 +24,7 @@ constexpr unsigned int SMALL_ROOM = RTE_PKTMBUF_HEADROOM + 2048;
 constexpr unsigned int LARGE_ROOM = RTE_PKTMBUF_HEADROOM + 16384 + 64;
 constexpr unsigned int POOL_SIZE = 1023;
 constexpr unsigned int POOL_SIZE_SHAPED = 16383; /* the shapers' queues of two ports, full */
+constexpr unsigned int POOL_CACHE = 256;
 constexpr unsigned int WIRE_SIZE = 8192;
 constexpr uint16_t DESCRIPTORS = 512;
 constexpr int NUMA_SOCKET = 0;
@@ -162,7 +163,8 @@ card_ports::pool_for(uint32_t length)
 
 	if (pool == nullptr)
 		pool = made(rte_pktmbuf_pool_create(large ? "vask_meter_large" : "vask_meter_small",
-				    pool_size_, 0, 0, large ? LARGE_ROOM : SMALL_ROOM, NUMA_SOCKET),
+				    pool_size_, POOL_CACHE, 0, large ? LARGE_ROOM : SMALL_ROOM,
+				    NUMA_SOCKET),
 			"packet buffers");
 	return pool;
 }

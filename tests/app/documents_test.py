@@ -60,6 +60,9 @@ class Documents(unittest.TestCase):
     def test_p4_tables(self):
         self.run_document("doc/p4_tables.md")
 
+    def test_vask_meter(self):
+        self.run_document("doc/vask-meter.md")
+
 
 class P4ControlPlane(unittest.TestCase):
     def test_the_example_prints_what_its_tables_do(self):
