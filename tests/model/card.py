@@ -85,6 +85,19 @@ class Card:
         self.errno = EBUSY
         return -EBUSY
 
+    # a record's lock; only one is ever held
+
+    def lock(self, kind):
+        self.ev.append(f"lock({kind})")
+        self.lk = "@" + kind
+
+    def unlock(self):
+        self.ev.append(f"unlock({self.lk[1:]})")
+        self.lk = ""
+
+    def init_lock(self, kind):
+        self.ev.append(f"init({kind})")
+
     # the lower layers
 
     def call(self, name, arguments):

@@ -55,9 +55,9 @@ class Hardware:
                     return code
             node.enable = 0
             self.log(ERR, name, "del meter port suc.")
-        self.lk = "@M"
+        self.lock("M")
         self.pool_free(0, node.hw_meter_id)
-        self.lk = ""
+        self.unlock()
         return 0
 
     def add_port_to_hw(self, dir_, node, error):

@@ -69,14 +69,15 @@ class Meters:
         if not self.calloc("M"):
             return self.fail(error, E_UNSPEC, "Cannot allocate memory for meter")
         node = Meter()
+        self.init_lock("M")
         node.meter_id, node.off_hw_state = meter_id, 1
         node.take(profile, policy)
         node.dir = STORED_DIR.get(dir_, 0)
         node.enable, node.is_ori_pktlen, node.is_color_aware = enable & 1, use_ori_pkt & 1, use_prev & 1
         node.stats_mask, node.type, node.port_sfi = mask & U32, port_type & 1, sfi
-        self.lk = "@M"
+        self.lock("M")
         code, index = self.pool_alloc(0)
-        self.lk = ""
+        self.unlock()
         if code:
             self.log(ERR, name, f"meter get meter id failed, rc = {code}")
             return -1
@@ -92,10 +93,15 @@ class Meters:
                 return self.create_failed(meter_id, error)
             self.log(INFO, name, f"[meter]: dir {'tx' if node.dir else 'rx'} create meter port "
                                  f"{node.port_sfi} meter_id {s32(meter_id)}")
-        profile.ref_cnt = profile.ref_cnt + 1 & U32
-        policy.ref_cnt = policy.ref_cnt + 1 & U32
+        self.move_reference("P", profile, 1)
+        self.move_reference("Q", policy, 1)
         self.meters.append(node)
         return 0
+
+    def move_reference(self, kind, node, step):
+        self.lock(kind)
+        node.ref_cnt = node.ref_cnt + step & U32
+        self.unlock()
 
     def create_failed(self, meter_id, error):
         self.free("M")
@@ -213,7 +219,7 @@ class Meters:
             if code:
                 self.log(ERR, name, f"update meter shaper failed, rc = {code}")
                 return code
-        self.lk = "@P"
+        self.lock("P")
         profile.ref_cnt = profile.ref_cnt + 1 & U32
         old = self.find_profile_byid(old_id)
         if old is not None:
@@ -221,7 +227,7 @@ class Meters:
             self.log(INFO, name,
                      f"meter update old profile_id {s32(old.profile_id)} ref {s32(old.ref_cnt)}, "
                      f"new profile_id {s32(profile.profile_id)} ref {s32(profile.ref_cnt)}")
-        self.lk = ""
+        self.unlock()
         meter.off_hw_state = 2
         return 0
 

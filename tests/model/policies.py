@@ -66,15 +66,13 @@ class Policies:
     def add_policy_2_hw(self, node):
         name = "vask_p4_meter_add_policy_2_hw"
         if not node.hw_policy_id:
-            index = 255
-            if node.policy_id:
-                self.lk = "@Q"
-                code, index = self.pool_alloc(2)
-                if code:
-                    self.log(ERR, name, f"meter get policy id failed, rc = {code}")
-                    self.lk = ""
-                    return -1
-                self.lk = ""
+            self.lock("Q")
+            code, index = self.pool_alloc(2) if node.policy_id else (0, 255)
+            if code:
+                self.log(ERR, name, f"meter get policy id failed, rc = {code}")
+                self.unlock()
+                return -1
+            self.unlock()
             node.hw_policy_id = index
         code = self.convert_policy(0, node.hw_policy_id, node)
         if code:
@@ -88,9 +86,9 @@ class Policies:
                 self.log(ERR, "vask_p4_meter_del_policy_2_hw",
                          f"{side} meter del policy mep failed, rc = {code}")
                 return code
-        self.lk = "@Q"
+        self.lock("Q")
         self.pool_free(2, node.hw_policy_id)
-        self.lk = ""
+        self.unlock()
         node.clear()
         return 0
 
@@ -137,11 +135,12 @@ class Policies:
         if node is None:
             self.log(INFO, name, f"del meter policy id not found, id is {s32(policy_id)}")
             return 0
+        self.lock("Q")
         if node.ref_cnt:
-            self.lk = "@Q"
             self.log(ERR, name, f"del meter policy ref cnt: {s32(node.ref_cnt)} not 0")
-            self.lk = ""
+            self.unlock()
             return self.fail(error, E_POLICY, "meter policy reference not 0!")
+        self.unlock()
         code = self.del_policy_2_hw(node)
         if code:
             self.log(ERR, name, f"del meter policy id failed, rc is {code}")
@@ -156,13 +155,13 @@ class Policies:
         node = self.find_policy(policy_id)
         if node is None:
             return 0
-        self.lk = "@Q"
+        self.lock("Q")
         if node.ref_cnt:
             node.ref_cnt -= 1
             self.log(INFO, name, f"dec meter policy ref cnt: {s32(node.ref_cnt)}")
         else:
             self.log(ERR, name, "dec meter policy ref cnt 0 err")
-        self.lk = ""
+        self.unlock()
         return 0
 
     def add_default_policy(self, policy_id):

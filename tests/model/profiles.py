@@ -83,13 +83,13 @@ class Profiles:
     def add_profile_2_hw(self, node):
         name = "vask_p4_meter_add_profile_2_hw"
         if not node.hw_profile_id:
-            self.lk = "@P"
+            self.lock("P")
             code, index = self.pool_alloc(1)
             if code:
                 self.log(ERR, name, f"meter get profile id failed, rc = {code}")
-                self.lk = ""
+                self.unlock()
                 return -1
-            self.lk = ""
+            self.unlock()
             node.hw_profile_id = index
         code = self.convert_profile(0, node.hw_profile_id, node)
         if code:
@@ -103,9 +103,9 @@ class Profiles:
                 self.log(ERR, "vask_p4_meter_del_profile_2_hw",
                          f"{side} meter del profile mep failed, rc = {code}")
                 return code
-        self.lk = "@P"
+        self.lock("P")
         self.pool_free(1, node.hw_profile_id)
-        self.lk = ""
+        self.unlock()
         node.clear()
         return 0
 
@@ -153,11 +153,12 @@ class Profiles:
         if node is None:
             self.log(INFO, name, f"del meter profile id not found, id is {s32(profile_id)}")
             return 0
+        self.lock("P")
         if node.ref_cnt:
-            self.lk = "@P"
             self.log(ERR, name, f"del meter profile ref cnt: {s32(node.ref_cnt)} not 0")
-            self.lk = ""
+            self.unlock()
             return self.fail(error, E_PROFILE, "meter profile reference not 0!")
+        self.unlock()
         code = self.del_profile_2_hw(node)
         if code:
             self.log(ERR, name, f"del meter profile id failed, rc is {code}")
@@ -172,13 +173,13 @@ class Profiles:
         node = self.find_profile(profile_id)
         if node is None:
             return 0
-        self.lk = "@P"
+        self.lock("P")
         if node.ref_cnt:
             node.ref_cnt -= 1
             self.log(INFO, name, f"del meter profile ref cnt: {s32(node.ref_cnt)}")
         else:
             self.log(ERR, name, "del meter profile ref cnt 0 err")
-        self.lk = ""
+        self.unlock()
         return 0
 
     # A committed rate as shaper settings. Records come and go as numbers.

@@ -80,3 +80,19 @@ runner_manager_name(const VASK_P4_INDEXSTACK_MANAGER *manager)
 	const runner_pool *pool = runner_pool_of(manager);
 	return pool != nullptr ? std::to_string(pool->number) : manager == nullptr ? "0" : "?";
 }
+
+extern "C" void
+runner_lock_event(const char *what, const rte_spinlock_t *lock)
+{
+	char kind = '?';
+	for (const runner_block &block : fake.live) {
+		auto at = reinterpret_cast<uintptr_t>(lock) -
+			reinterpret_cast<uintptr_t>(block.address);
+		if ((block.kind == 'P' && at == offsetof(vask_p4_meter_profile_node, data.sl)) ||
+			(block.kind == 'Q' && at == offsetof(vask_p4_meter_policy_node, data.sl)) ||
+			(block.kind == 'M' && at == offsetof(vask_p4_meter_cfg_node, data.sl))) {
+			kind = block.kind;
+		}
+	}
+	runner_record(runner_format("%s(%c)", what, kind));
+}

@@ -2,7 +2,7 @@
 
 from card import EINVAL, ERR, INFO, WARNING
 from profiles import RFC2697
-from records import Policy, U32, U64, s32
+from records import Policy, s32
 
 
 def bits(row, low, width):
@@ -141,6 +141,7 @@ class Tables:
                      f"src policy {s32(old_policy_id)}")
             return -1
         meter.sl = 0
+        self.init_lock("M")
         meter.meter_id, meter.off_hw_state = id_, 1
         meter.take(profile, policy)
         meter.dir, meter.enable = bits(row, 1, 1), bits(row, 2, 1)
@@ -149,8 +150,10 @@ class Tables:
         if self.add_meter_2_hw(meter):
             self.log(ERR, name, f"mod meter {s32(id_)} to hw err")
             return -1
-        for node, step in ((old_profile, -1), (profile, 1), (old_policy, -1), (policy, 1)):
-            node.ref_cnt = node.ref_cnt + step & U32
+        self.move_reference("P", old_profile, -1)
+        self.move_reference("P", profile, 1)
+        self.move_reference("Q", old_policy, -1)
+        self.move_reference("Q", policy, 1)
         self.log(WARNING, name,
                  f"[change ref]:src profile ref {s32(old_profile.ref_cnt)} new ref "
                  f"{s32(profile.ref_cnt)}, src policy ref {s32(old_policy.ref_cnt)} new ref "
