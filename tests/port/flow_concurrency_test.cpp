@@ -15,16 +15,23 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
+/* Spread so that some keys want the same slot. */
+uint32_t
+Source(uint32_t n)
+{
+	return n * 2654435761;
+}
+
 Rule
 SourceRule(uint32_t n)
 {
-	return Rule().Eth().Ipv4Src(0x0a000000 + n).Udp().Count().Meter(n);
+	return Rule().Eth().Ipv4Src(Source(n)).Udp().Count().Meter(n);
 }
 
 Mbuf
 SourceFrame(uint32_t n)
 {
-	return MakeMbuf(Eth(Ipv4({.src = 0x0a000000 + n}, Udp(1000, 80))));
+	return MakeMbuf(Eth(Ipv4({.src = Source(n)}, Udp(1000, 80))));
 }
 
 /* Threads that repeat a piece of work, each with its own queue number, until the scope ends. */

@@ -24,7 +24,7 @@ Read(rte_mbuf *mbuf)
 {
 	vask_flow_fields fields = {};
 
-	vask_flow_fields_read(&mbuf, 1, &fields);
+	vask_flow_fields_read(mbuf, &fields);
 	return fields;
 }
 

@@ -30,13 +30,13 @@ UdpRule()
 Rule
 SourceRule(uint32_t n, uint32_t meter)
 {
-	return Rule().Eth().Ipv4Src(0x0a000000 + n).Udp().Meter(meter);
+	return Rule().Eth().Ipv4Src(n).Udp().Meter(meter);
 }
 
 Bytes
 SourceFrame(uint32_t n)
 {
-	return Eth(Ipv4({.src = 0x0a000000 + n}, Udp(1000, 80)));
+	return Eth(Ipv4({.src = n}, Udp(1000, 80)));
 }
 
 const vask_flow_view *
@@ -175,6 +175,40 @@ TEST(FlowTable, ATupleGrowsAndEveryRuleStaysInForce)
 		tables.Remove(rules[n - 1]);
 	for (uint32_t n = 1; n <= 600; n++)
 		EXPECT_EQ(tables.MeterOf(SourceFrame(n)), n % 2 ? 0 : n);
+}
+
+TEST(FlowTable, KeysThatWantTheSameSlotAreAllFound)
+{
+	constexpr uint32_t N = 2000;
+	Tables tables;
+	std::mt19937 dice(3);
+	std::vector<uint32_t> source(N);
+	std::vector<rte_flow *> rules(N);
+	uint32_t hash_from = 0;
+
+	for (uint32_t n = 0; n < N; n++) {
+		source[n] = dice() % 8000 * N + n; /* no two are the same */
+		rules[n] = tables.Add(SourceRule(source[n], n + 1));
+		if (hash_from == 0 && View(tables)->entry[0].tuple->hash != nullptr)
+			hash_from = n;
+	}
+	/* among so few keys some slot was wanted twice before the tuple had grown often */
+	EXPECT_GT(hash_from, 1u);
+	EXPECT_LT(hash_from, 200u);
+	for (uint32_t n = 0; n < N; n++)
+		EXPECT_EQ(tables.MeterOf(SourceFrame(source[n])), n + 1);
+	/* what stands in a slot goes, what stands behind it stays, and the other way round */
+	for (uint32_t n = 0; n < N; n += 3) {
+		tables.Remove(rules[n]);
+		EXPECT_EQ(tables.MeterOf(SourceFrame(source[n])), 0u);
+	}
+	for (uint32_t n = 0; n < N; n++)
+		EXPECT_EQ(tables.MeterOf(SourceFrame(source[n])), n % 3 ? n + 1 : 0);
+	/* and they come back */
+	for (uint32_t n = 0; n < N; n += 3)
+		tables.Add(SourceRule(source[n], n + 1));
+	for (uint32_t n = 0; n < N; n++)
+		EXPECT_EQ(tables.MeterOf(SourceFrame(source[n])), n + 1);
 }
 
 TEST(FlowTable, RulesThatComeAndGoDoNotExhaustTheTuple)

@@ -4,9 +4,9 @@
 #include "vask_flow.h"
 #include "vask_flow_tuple.h"
 
-/* The next rule in rank that matches the fields, after one that let them pass on. */
+/* The next rule in rank that matches a frame, after one that let them pass on. */
 static struct rte_flow *
-next_match(const struct vask_flow_view *view, const union vask_flow_fields *fields, uint64_t rank)
+next_match(const struct vask_flow_view *view, const struct vask_flow_frame *frame, uint64_t rank)
 {
 	struct rte_flow *best = nullptr;
 	uint64_t key[VASK_FLOW_KEY_WORDS];
@@ -17,7 +17,7 @@ next_match(const struct vask_flow_view *view, const union vask_flow_fields *fiel
 
 		if (best != nullptr && view->entry[t].best_rank > best->rank)
 			break;
-		vask_flow_tuple_key(tuple, fields, key);
+		vask_flow_tuple_key(tuple, frame, key);
 		rule = vask_flow_tuple_find(tuple, key);
 		while (rule != nullptr && rule->rank <= rank)
 			rule = rule->next.load(std::memory_order_acquire);
@@ -37,25 +37,67 @@ count_packet(struct vask_flow_count *count, uint32_t bytes)
 		count->bytes.load(std::memory_order_relaxed) + bytes, std::memory_order_relaxed);
 }
 
-/* Applies the rules that a packet meets, from the first in rank to one that lets nothing pass on. */
-static inline void
+/*
+ * Applies the rules that a packet meets, from the first in rank to one that lets nothing pass on. Returns
+ * where the packet goes.
+ */
+static uint16_t
 apply(const struct vask_flow_view *view, struct rte_flow *rule, uint16_t queue,
-	const struct rte_mbuf *pkt, const union vask_flow_fields *fields, uint16_t i,
-	struct vask_flow_verdict *out, uint16_t *to)
+	const struct rte_mbuf *pkt, const struct vask_flow_frame *frame, uint32_t *hw_meter_id)
 {
 	bool metered = false;
 
-	for (; rule != nullptr; rule = next_match(view, fields, rule->rank)) {
+	for (; rule != nullptr; rule = next_match(view, frame, rule->rank)) {
 		if (rule->count != nullptr)
 			count_packet(&rule->count[queue], pkt->pkt_len);
 		if (rule->meters && !metered) {
 			metered = true;
-			out->hw_meter_id[i] = rule->hw_meter_id.load(std::memory_order_relaxed);
+			*hw_meter_id = rule->hw_meter_id.load(std::memory_order_relaxed);
 		}
-		if (!rule->passthru) {
-			*to = rule->fate;
+		if (!rule->passthru)
+			return rule->fate;
+	}
+	return VASK_FLOW_STAY;
+}
+
+static void
+send_to(struct vask_flow_verdict *out, uint16_t i, uint16_t n, uint16_t queue, uint16_t to)
+{
+	if (to == VASK_FLOW_DROP) {
+		out->drop_mask |= UINT64_C(1) << i;
+		return;
+	}
+	if (!out->diverted) {
+		out->diverted = true;
+		for (uint16_t k = 0; k < n; k++)
+			out->queue[k] = queue;
+	}
+	out->queue[i] = to;
+}
+
+/* The first rule in rank for each frame, or null. */
+static void
+search(const struct vask_flow_view *view, const struct vask_flow_frame *frames, uint16_t n,
+	struct rte_flow **best)
+{
+	uint8_t index[SOFTCARD_BURST_MAX];
+
+	for (uint16_t i = 0; i < n; i++) {
+		best[i] = nullptr;
+		index[i] = i;
+	}
+	vask_flow_tuple_search(view->entry[0].tuple, frames, index, n, best);
+	for (uint32_t t = 1; t < view->n; t++) {
+		const uint64_t rank = view->entry[t].best_rank;
+		uint16_t left = 0;
+
+		for (uint16_t i = 0; i < n; i++) {
+			index[left] = i;
+			left += best[i] == nullptr || best[i]->rank > rank;
+		}
+		if (left == 0)
 			return;
-		}
+		vask_flow_tuple_search(view->entry[t].tuple, frames, index, left, best);
 	}
 }
 
@@ -63,36 +105,24 @@ void
 vask_flow_view_classify(const struct vask_flow_view *view, uint16_t queue,
 	struct rte_mbuf *const *pkts, uint16_t n, struct vask_flow_verdict *out)
 {
-	union vask_flow_fields fields[SOFTCARD_BURST_MAX];
-	uint64_t best_rank[SOFTCARD_BURST_MAX];
+	union vask_flow_fields images[SOFTCARD_BURST_MAX];
+	struct vask_flow_frame frames[SOFTCARD_BURST_MAX];
 	struct rte_flow *best[SOFTCARD_BURST_MAX];
 
-	vask_flow_fields_read(pkts, n, fields);
+	vask_flow_frames_read(pkts, n, images, frames);
+	search(view, frames, n, best);
 	for (uint16_t i = 0; i < n; i++) {
-		best_rank[i] = UINT64_MAX;
-		best[i] = nullptr;
-	}
-	for (uint32_t t = 0; t < view->n; t++)
-		vask_flow_tuple_search(
-			view->entry[t].tuple, view->entry[t].best_rank, fields, n, best_rank, best);
+		struct rte_flow *rule = best[i];
+		uint16_t to;
 
-	for (uint16_t i = 0; i < n; i++) {
-		uint16_t to = VASK_FLOW_STAY;
-
-		if (best[i] == nullptr)
+		if (rule == nullptr)
 			continue;
-		apply(view, best[i], queue, pkts[i], &fields[i], i, out, &to);
-		if (likely(to == VASK_FLOW_STAY))
-			continue;
-		if (to == VASK_FLOW_DROP) {
-			out->drop_mask |= UINT64_C(1) << i;
+		if (likely(rule->meters_only)) {
+			out->hw_meter_id[i] = rule->hw_meter_id.load(std::memory_order_relaxed);
 			continue;
 		}
-		if (!out->diverted) {
-			out->diverted = true;
-			for (uint16_t k = 0; k < n; k++)
-				out->queue[k] = queue;
-		}
-		out->queue[i] = to;
+		to = apply(view, rule, queue, pkts[i], &frames[i], &out->hw_meter_id[i]);
+		if (to != VASK_FLOW_STAY)
+			send_to(out, i, n, queue, to);
 	}
 }

@@ -149,6 +149,8 @@ vask_flow_rule_alloc(const struct vask_flow_spec *spec)
 	rule->fate = spec->fate;
 	rule->meters = spec->meter_id != 0;
 	rule->passthru = spec->passthru;
+	rule->meters_only = spec->meter_id != 0 && spec->fate == VASK_FLOW_STAY && !spec->count &&
+		!spec->passthru;
 	rule->position = -1;
 	if (spec->count) {
 		rule->count = static_cast<struct vask_flow_count *>(rte_zmalloc("vask_flow_count",
@@ -185,26 +187,38 @@ vask_flow_rule_count(struct rte_flow *rule, bool reset, uint64_t *hits, uint64_t
 	}
 }
 
-/* Moves the rules of a full tuple, and a new one, into a larger tuple that takes its place. */
-static int
-grow_tuple(struct vask_flow_state *state, struct vask_flow_tuple *old, struct rte_flow *added)
+/* A larger tuple with the heads of a full one and a new rule; null when memory is short. */
+static struct vask_flow_tuple *
+enlarge_tuple(const struct vask_flow_tuple *old, struct rte_flow *added, bool hash)
 {
 	struct vask_flow_tuple *tuple =
-		vask_flow_tuple_create(&old->full_mask, 2 * (old->n_keys + 1));
+		vask_flow_tuple_create(&old->full_mask, 2 * (old->n_keys + 1), hash);
 	struct rte_flow *rule;
 	int rc = 0;
 
 	if (tuple == nullptr)
-		return -ENOMEM;
+		return nullptr;
 	TAILQ_FOREACH (rule, &old->rules, in_tuple)
 		if (rule->head && rc == 0)
 			rc = vask_flow_tuple_put(tuple, rule);
 	if (rc == 0)
 		rc = vask_flow_tuple_put(tuple, added);
-	if (rc != 0) {
-		vask_flow_tuple_free(tuple);
+	if (rc == 0)
+		return tuple;
+	vask_flow_tuple_free(tuple);
+	/* two keys want the same slot */
+	return hash ? nullptr : enlarge_tuple(old, added, true);
+}
+
+/* Moves the rules of a full tuple, and a new one, into a larger tuple that takes its place. */
+static int
+grow_tuple(struct vask_flow_state *state, struct vask_flow_tuple *old, struct rte_flow *added)
+{
+	struct vask_flow_tuple *tuple = enlarge_tuple(old, added, old->hash != nullptr);
+	struct rte_flow *rule;
+
+	if (tuple == nullptr)
 		return -ENOMEM;
-	}
 	tuple->best_rank = old->best_rank;
 	TAILQ_INSERT_BEFORE(old, tuple, next);
 	TAILQ_REMOVE(&state->tuples, old, next);
@@ -222,15 +236,23 @@ grow_tuple(struct vask_flow_state *state, struct vask_flow_tuple *old, struct rt
 	return 0;
 }
 
+static void
+make_key(const struct vask_flow_tuple *tuple, struct rte_flow *rule)
+{
+	const struct vask_flow_frame frame = vask_flow_frame_of(&rule->spec.key);
+
+	vask_flow_tuple_key(tuple, &frame, rule->key);
+}
+
 /* The first rule of a mask brings its tuple with it. */
 static int
 insert_first(struct vask_flow_state *state, struct rte_flow *rule)
 {
-	struct vask_flow_tuple *tuple = vask_flow_tuple_create(&rule->spec.mask, 1);
+	struct vask_flow_tuple *tuple = vask_flow_tuple_create(&rule->spec.mask, 1, false);
 
 	if (tuple == nullptr)
 		return -ENOMEM;
-	vask_flow_tuple_key(tuple, &rule->spec.key, rule->key);
+	make_key(tuple, rule);
 	vask_flow_tuple_put(tuple, rule);
 	tuple->best_rank = rule->rank;
 	list_tuple(state, tuple);
@@ -282,7 +304,7 @@ insert_into(struct vask_flow_state *state, struct vask_flow_tuple *tuple, struct
 			return -ENOMEM;
 	}
 	rule->tuple = tuple;
-	vask_flow_tuple_key(tuple, &rule->spec.key, rule->key);
+	make_key(tuple, rule);
 	head = vask_flow_tuple_find(tuple, rule->key);
 	if (head != nullptr)
 		return insert_in_chain(tuple, head, rule);

@@ -65,6 +65,7 @@ struct alignas(RTE_CACHE_LINE_SIZE) rte_flow {
 	uint16_t fate;
 	bool meters;
 	bool passthru;
+	bool meters_only;                  /* no other action */
 	struct vask_flow_count *count;     /* one a queue, or null */
 	uint64_t key[VASK_FLOW_KEY_WORDS]; /* the tuple's words, masked */
 

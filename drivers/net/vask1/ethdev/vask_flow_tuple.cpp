@@ -11,28 +11,50 @@
 #include "softcard.h"
 #include "vask_flow_tuple.h"
 
-constexpr uint32_t HASH_KEYS_MIN = 64;
+constexpr uint32_t KEYS_MIN = 16; /* of a tuple with more than one slot */
+constexpr uint32_t SLOTS_A_KEY = 4;
 
 static_assert(SOFTCARD_BURST_MAX <= RTE_HASH_LOOKUP_BULK_MAX, "a burst is one lookup");
 static_assert(VASK_FLOW_KEY_WORDS == RTE_ALIGN(VASK_FLOW_WORDS, 2u));
 
 static inline hash_sig_t
-hash_key(const uint64_t *key, uint32_t n_words)
+hash_key(const struct vask_flow_tuple *tuple, const uint64_t *key, uint32_t n_words)
 {
 	uint32_t hash = 0;
 
+	if (tuple->slot_mask == 0)
+		return 0;
 	for (uint32_t w = 0; w < n_words; w++)
 		hash = rte_hash_crc_8byte(key[w], hash);
 	return hash;
 }
 
-static inline void
-mask_fields(
-	const struct vask_flow_tuple *tuple, const union vask_flow_fields *fields, uint64_t *key)
+static inline std::atomic<struct rte_flow *> *
+slot_of(const struct vask_flow_tuple *tuple, hash_sig_t sig)
 {
-	key[tuple->key_words - 1] = 0;
-	for (uint32_t w = 0; w < tuple->n_words; w++)
-		key[w] = fields->word[tuple->word[w]] & tuple->mask[w];
+	return &tuple->slots[sig & tuple->slot_mask];
+}
+
+static inline uint64_t
+load_word(const uint8_t *p)
+{
+	uint64_t word;
+
+	memcpy(&word, p, sizeof(word));
+	return word;
+}
+
+static inline void
+make_key(const struct vask_flow_tuple *tuple, uint32_t n_words, const struct vask_flow_frame *frame,
+	uint64_t *key)
+{
+	const uint8_t *offset = tuple->offset[frame->plain];
+
+	if (n_words % 2 != 0)
+		key[n_words] = 0;
+	key[0] = frame->word0 & tuple->mask[0];
+	for (uint32_t w = 1; w < n_words; w++)
+		key[w] = load_word(frame->base + offset[w]) & tuple->mask[w];
 }
 
 static inline bool
@@ -47,9 +69,9 @@ same_key(const uint64_t *a, const uint64_t *b, uint32_t n_words)
 
 void
 vask_flow_tuple_key(
-	const struct vask_flow_tuple *tuple, const union vask_flow_fields *fields, uint64_t *key)
+	const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frame, uint64_t *key)
 {
-	mask_fields(tuple, fields, key);
+	make_key(tuple, tuple->n_words, frame, key);
 }
 
 /* Lock-free for readers; places of deleted keys are given back by hand. */
@@ -70,10 +92,11 @@ create_hash(uint32_t keys, uint32_t key_words)
 }
 
 struct vask_flow_tuple *
-vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys)
+vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys, bool hash)
 {
 	struct vask_flow_tuple *tuple = static_cast<struct vask_flow_tuple *>(
 		rte_zmalloc("vask_flow_tuple", sizeof(*tuple), RTE_CACHE_LINE_SIZE));
+	uint32_t slots = 1;
 
 	if (tuple == nullptr)
 		return nullptr;
@@ -81,20 +104,25 @@ vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys)
 	tuple->best_rank = UINT64_MAX;
 	tuple->full_mask = *mask;
 	for (unsigned w = 0; w < VASK_FLOW_WORDS; w++)
-		if (mask->word[w] != 0) {
-			tuple->word[tuple->n_words] = w;
+		if (w == 0 || mask->word[w] != 0) {
+			tuple->offset[0][tuple->n_words] = vask_flow_offsets[0][w];
+			tuple->offset[1][tuple->n_words] = vask_flow_offsets[1][w];
 			tuple->mask[tuple->n_words++] = mask->word[w];
 		}
-	tuple->key_words = std::max(2u, RTE_ALIGN(tuple->n_words, 2u));
-	if (keys <= VASK_FLOW_FEW) {
-		tuple->capacity = VASK_FLOW_FEW;
-		return tuple;
+	tuple->key_words = RTE_ALIGN(tuple->n_words, 2u);
+	tuple->capacity = 1;
+	if (keys > 1) {
+		tuple->capacity = rte_align32pow2(std::max(keys, KEYS_MIN));
+		slots = SLOTS_A_KEY * tuple->capacity;
 	}
-	tuple->capacity = rte_align32pow2(std::max(keys, HASH_KEYS_MIN));
-	/* half full at most, so that nearly all keys stand in their first bucket */
-	tuple->hash = create_hash(2 * tuple->capacity, tuple->key_words);
-	if (tuple->hash == nullptr) {
-		rte_free(tuple);
+	tuple->slot_mask = slots - 1;
+	tuple->slots = static_cast<std::atomic<struct rte_flow *> *>(
+		rte_zmalloc("vask_flow_slots", slots * sizeof(*tuple->slots), RTE_CACHE_LINE_SIZE));
+	if (tuple->slots != nullptr && hash)
+		/* half full at most, so that nearly all keys stand in their first bucket */
+		tuple->hash = create_hash(2 * tuple->capacity, tuple->key_words);
+	if (tuple->slots == nullptr || (hash && tuple->hash == nullptr)) {
+		vask_flow_tuple_free(tuple);
 		return nullptr;
 	}
 	return tuple;
@@ -104,71 +132,51 @@ void
 vask_flow_tuple_free(struct vask_flow_tuple *tuple)
 {
 	rte_hash_free(tuple->hash);
+	rte_free(tuple->slots);
 	rte_free(tuple);
+}
+
+/* The rule that a lookup in the rte_hash gave. Reading `ready` makes the rest of it visible. */
+static inline struct rte_flow *
+found_rule(void *data)
+{
+	struct rte_flow *rule = static_cast<struct rte_flow *>(data);
+
+	return rule->ready.load(std::memory_order_acquire) != 0 ? rule : nullptr;
 }
 
 struct rte_flow *
 vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key)
 {
-	void *data = nullptr;
+	const hash_sig_t sig = hash_key(tuple, key, tuple->n_words);
+	struct rte_flow *rule = slot_of(tuple, sig)->load(std::memory_order_acquire);
+	void *data;
 
-	if (tuple->hash != nullptr) {
-		if (rte_hash_lookup_with_hash_data(
-			    tuple->hash, key, hash_key(key, tuple->n_words), &data) < 0)
-			return nullptr;
-		struct rte_flow *rule = static_cast<struct rte_flow *>(data);
-
-		return rule->ready.load(std::memory_order_acquire) != 0 ? rule : nullptr;
-	}
-	for (const std::atomic<struct rte_flow *> &slot : tuple->few) {
-		struct rte_flow *rule = slot.load(std::memory_order_acquire);
-
-		if (rule != nullptr && same_key(rule->key, key, tuple->n_words))
-			return rule;
-	}
-	return nullptr;
-}
-
-static int
-put_few(struct vask_flow_tuple *tuple, struct rte_flow *rule)
-{
-	std::atomic<struct rte_flow *> *place = nullptr;
-	bool replaced = false;
-
-	for (std::atomic<struct rte_flow *> &slot : tuple->few) {
-		struct rte_flow *other = slot.load(std::memory_order_relaxed);
-
-		if (other != nullptr && same_key(other->key, rule->key, tuple->n_words)) {
-			place = &slot;
-			replaced = true;
-			break;
-		}
-		if (other == nullptr && place == nullptr)
-			place = &slot;
-	}
-	if (place == nullptr)
-		return -ENOSPC;
-	place->store(rule);
-	tuple->n_keys += replaced ? 0 : 1;
-	return 0;
+	if (rule != nullptr && same_key(rule->key, key, tuple->n_words))
+		return rule;
+	if (tuple->hash == nullptr ||
+		rte_hash_lookup_with_hash_data(tuple->hash, key, sig, &data) < 0)
+		return nullptr;
+	return found_rule(data);
 }
 
 int
 vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct rte_flow *rule)
 {
-	hash_sig_t sig;
-	bool known;
+	const hash_sig_t sig = hash_key(tuple, rule->key, tuple->n_words);
+	std::atomic<struct rte_flow *> *slot = slot_of(tuple, sig);
+	const struct rte_flow *other = slot->load(std::memory_order_relaxed);
+	const bool mine = other == nullptr || same_key(other->key, rule->key, tuple->n_words);
+	const bool known = vask_flow_tuple_find(tuple, rule->key) != nullptr;
 
+	if (!known && (tuple->n_keys == tuple->capacity || (!mine && tuple->hash == nullptr)))
+		return -ENOSPC;
 	rule->ready.store(1, std::memory_order_release);
-	if (tuple->hash == nullptr)
-		return put_few(tuple, rule);
-
-	sig = hash_key(rule->key, tuple->n_words);
-	known = rte_hash_lookup_with_hash(tuple->hash, rule->key, sig) >= 0;
-	if (!known && tuple->n_keys == tuple->capacity)
+	if (tuple->hash != nullptr &&
+		rte_hash_add_key_with_hash_data(tuple->hash, rule->key, sig, rule) != 0)
 		return -ENOSPC;
-	if (rte_hash_add_key_with_hash_data(tuple->hash, rule->key, sig, rule) != 0)
-		return -ENOSPC;
+	if (mine)
+		slot->store(rule);
 	tuple->n_keys += known ? 0 : 1;
 	return 0;
 }
@@ -176,15 +184,14 @@ vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct rte_flow *rule)
 void
 vask_flow_tuple_take(struct vask_flow_tuple *tuple, struct rte_flow *rule)
 {
+	const hash_sig_t sig = hash_key(tuple, rule->key, tuple->n_words);
+	std::atomic<struct rte_flow *> *slot = slot_of(tuple, sig);
+
 	tuple->n_keys--;
-	if (tuple->hash != nullptr) {
-		rule->position = rte_hash_del_key_with_hash(
-			tuple->hash, rule->key, hash_key(rule->key, tuple->n_words));
-		return;
-	}
-	for (std::atomic<struct rte_flow *> &slot : tuple->few)
-		if (slot.load(std::memory_order_relaxed) == rule)
-			slot.store(nullptr);
+	if (tuple->hash != nullptr)
+		rule->position = rte_hash_del_key_with_hash(tuple->hash, rule->key, sig);
+	if (slot->load(std::memory_order_relaxed) == rule)
+		slot->store(nullptr);
 }
 
 void
@@ -195,78 +202,72 @@ vask_flow_tuple_give_back(struct vask_flow_tuple *tuple, int32_t position)
 }
 
 static inline void
-offer(struct rte_flow *rule, uint16_t i, uint64_t *best_rank, struct rte_flow **best)
+offer(struct rte_flow *rule, struct rte_flow **best)
 {
-	if (rule->rank < best_rank[i]) {
-		best_rank[i] = rule->rank;
-		best[i] = rule;
-	}
+	if (*best == nullptr || rule->rank < (*best)->rank)
+		*best = rule;
 }
 
+/* The keys that did not find their rule in a slot. */
 static void
-search_few(const struct vask_flow_tuple *tuple, const union vask_flow_fields *fields,
-	const uint16_t *index, uint16_t n, uint64_t *best_rank, struct rte_flow **best)
+search_hash(const struct vask_flow_tuple *tuple, const void **keys, hash_sig_t *sigs,
+	const uint8_t *index, uint16_t n, struct rte_flow **best)
 {
-	for (const std::atomic<struct rte_flow *> &slot : tuple->few) {
-		struct rte_flow *rule = slot.load(std::memory_order_acquire);
-
-		if (rule == nullptr)
-			continue;
-		for (uint16_t k = 0; k < n; k++) {
-			const uint64_t *word = fields[index[k]].word;
-			uint64_t diff = 0;
-
-			for (uint32_t w = 0; w < tuple->n_words; w++)
-				diff |= (word[tuple->word[w]] & tuple->mask[w]) ^ rule->key[w];
-			if (diff == 0)
-				offer(rule, index[k], best_rank, best);
-		}
-	}
-}
-
-static void
-search_hash(const struct vask_flow_tuple *tuple, const union vask_flow_fields *fields,
-	const uint16_t *index, uint16_t n, uint64_t *best_rank, struct rte_flow **best)
-{
-	uint64_t key[SOFTCARD_BURST_MAX][VASK_FLOW_KEY_WORDS];
-	const void *keys[SOFTCARD_BURST_MAX];
-	hash_sig_t sigs[SOFTCARD_BURST_MAX];
 	void *found[SOFTCARD_BURST_MAX];
 	uint64_t hits = 0;
 
-	for (uint16_t k = 0; k < n; k++) {
-		mask_fields(tuple, &fields[index[k]], key[k]);
-		sigs[k] = hash_key(key[k], tuple->n_words);
-		keys[k] = key[k];
-	}
 	rte_hash_lookup_with_hash_bulk_data(tuple->hash, keys, sigs, n, &hits, found);
-	for (uint64_t left = hits; left != 0; left &= left - 1)
-		rte_prefetch0(found[rte_bsf64(left)]);
 	for (; hits != 0; hits &= hits - 1) {
 		const uint32_t k = rte_bsf64(hits);
-		struct rte_flow *rule = static_cast<struct rte_flow *>(found[k]);
+		struct rte_flow *rule = found_rule(found[k]);
 
-		if (rule->ready.load(std::memory_order_acquire) != 0)
-			offer(rule, index[k], best_rank, best);
+		if (rule != nullptr)
+			offer(rule, &best[index[k]]);
 	}
 }
 
-void
-vask_flow_tuple_search(const struct vask_flow_tuple *tuple, uint64_t tuple_rank,
-	const union vask_flow_fields *fields, uint16_t n, uint64_t *best_rank,
-	struct rte_flow **best)
+/* N: the tuple's number of words, or 0 for any. */
+template <uint32_t N>
+static void
+search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
+	const uint8_t *index, uint16_t n, struct rte_flow **best)
 {
-	uint16_t index[SOFTCARD_BURST_MAX];
-	uint16_t left = 0;
+	const uint32_t n_words = N != 0 ? N : tuple->n_words;
+	const uint32_t key_words = RTE_ALIGN(n_words, 2u);
+	uint64_t key[SOFTCARD_BURST_MAX * VASK_FLOW_KEY_WORDS];
+	hash_sig_t sigs[SOFTCARD_BURST_MAX];
+	struct rte_flow *rules[SOFTCARD_BURST_MAX];
+	const void *missed_keys[SOFTCARD_BURST_MAX];
+	uint8_t missed[SOFTCARD_BURST_MAX];
+	uint16_t n_missed = 0;
 
-	for (uint16_t i = 0; i < n; i++) {
-		index[left] = i;
-		left += best_rank[i] > tuple_rank;
+	for (uint16_t k = 0; k < n; k++) {
+		make_key(tuple, n_words, &frames[index[k]], &key[k * key_words]);
+		sigs[k] = hash_key(tuple, &key[k * key_words], n_words);
+		rules[k] = slot_of(tuple, sigs[k])->load(std::memory_order_acquire);
+		rte_prefetch0(rules[k]);
 	}
-	if (left == 0)
-		return;
-	if (tuple->hash == nullptr)
-		search_few(tuple, fields, index, left, best_rank, best);
+	for (uint16_t k = 0; k < n; k++) {
+		if (rules[k] != nullptr && same_key(rules[k]->key, &key[k * key_words], n_words)) {
+			offer(rules[k], &best[index[k]]);
+			continue;
+		}
+		missed_keys[n_missed] = &key[k * key_words];
+		sigs[n_missed] = sigs[k];
+		missed[n_missed++] = index[k];
+	}
+	if (n_missed != 0 && tuple->hash != nullptr)
+		search_hash(tuple, missed_keys, sigs, missed, n_missed, best);
+}
+
+void
+vask_flow_tuple_search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
+	const uint8_t *index, uint16_t n, struct rte_flow **best)
+{
+	if (tuple->n_words == 1)
+		search<1>(tuple, frames, index, n, best);
+	else if (tuple->n_words == 2)
+		search<2>(tuple, frames, index, n, best);
 	else
-		search_hash(tuple, fields, index, left, best_rank, best);
+		search<0>(tuple, frames, index, n, best);
 }

@@ -6,23 +6,24 @@
  * @file
  * A tuple: the rules of a direction that share a mask, as one exact-match table over the masked words.
  *
- * Of rules with the same pattern the table holds the first in rank, the head; the others hang behind it.
+ * An rte_hash holds the keys. In front of it stand slots, one for each value of the hash's low bits, which
+ * answer most lookups with two cache lines; a tuple in which no two keys want the same slot has no
+ * rte_hash. Of rules with the same pattern the table holds the first in rank, the head; the others hang
+ * behind it.
  */
 
 #include "vask_flow_table.h"
 
-/** Keys that a tuple compares one by one before it gets a hash table. */
-constexpr uint32_t VASK_FLOW_FEW = 4;
-
 struct vask_flow_tuple {
 	/* fixed from creation, read by packets */
-	struct rte_hash *hash; /* null: the keys are in few */
-	uint32_t n_words;
-	uint32_t key_words; /* n_words rounded up to 16 bytes */
-	uint8_t word[VASK_FLOW_WORDS];
-	uint64_t mask[VASK_FLOW_WORDS]; /* of word[i] */
-	/* changed by the control path, read by packets */
-	std::atomic<struct rte_flow *> few[VASK_FLOW_FEW];
+	struct rte_hash *hash; /* all keys, or null: they are all in slots */
+	uint32_t n_words;      /* word 0 and every other one that has a mask */
+	uint32_t key_words;    /* n_words rounded up to 16 bytes */
+	uint64_t mask[VASK_FLOW_WORDS];
+	uint8_t offset[2][VASK_FLOW_WORDS]; /* of vask_flow_offsets */
+	uint32_t slot_mask;
+	/* changed by the control path, read by packets: heads, or null */
+	std::atomic<struct rte_flow *> *slots;
 
 	/* the control path's own */
 	struct vask_flow_retired retired;
@@ -34,20 +35,31 @@ struct vask_flow_tuple {
 	TAILQ_ENTRY(vask_flow_tuple) next;
 };
 
-/** A tuple without rules that holds at least `keys` keys, or null when memory is short. */
-struct vask_flow_tuple *vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys);
+/**
+ * A tuple without rules.
+ *
+ * @param keys  that it holds at least; with one it has one slot and no use for hashing.
+ * @param hash  whether it has an rte_hash.
+ * @return null when memory is short.
+ */
+struct vask_flow_tuple *
+vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys, bool hash);
 
 /** Frees a tuple that no packet sees. Its rules are not touched. */
 void vask_flow_tuple_free(struct vask_flow_tuple *tuple);
 
-/** Fills key with the tuple's words of some fields, masked; words up to key_words are 0. */
+/** Fills key with the tuple's words of a frame, masked; words up to key_words are 0. */
 void vask_flow_tuple_key(
-	const struct vask_flow_tuple *tuple, const union vask_flow_fields *fields, uint64_t *key);
+	const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frame, uint64_t *key);
 
 /** The head of the rules with that key, or null. Also for packets. */
 struct rte_flow *vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key);
 
-/** Makes a rule the head for its key, in place of any other. 0, or -ENOSPC when the tuple is full. */
+/**
+ * Makes a rule the head for its key, in place of any other.
+ *
+ * @return 0, or -ENOSPC: the tuple is full, or the slot is taken and there is no rte_hash.
+ */
 int vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct rte_flow *rule);
 
 /** Takes a head away, and its key with it. rule->position tells what to give back. */
@@ -59,12 +71,12 @@ void vask_flow_tuple_give_back(struct vask_flow_tuple *tuple, int32_t position);
 /**
  * Looks a burst up.
  *
- * @param fields     of each packet.
- * @param best_rank  only packets with a rank above this tuple's best take part; lowered for those that match.
- * @param best       receives the head for those that match.
+ * @param index  which of the frames take part, n of them.
+ * @param best   of each frame, the first rule in rank that was found so far, or null; replaced by one of this
+ *   tuple where that comes before it.
  */
-void vask_flow_tuple_search(const struct vask_flow_tuple *tuple, uint64_t tuple_rank,
-	const union vask_flow_fields *fields, uint16_t n, uint64_t *best_rank,
-	struct rte_flow **best);
+void
+vask_flow_tuple_search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
+	const uint8_t *index, uint16_t n, struct rte_flow **best);
 
 #endif /* VASK_FLOW_TUPLE_H */
