@@ -5,6 +5,7 @@
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -62,6 +63,17 @@ class Documents(unittest.TestCase):
 
     def test_vask_meter(self):
         self.run_document("doc/vask-meter.md")
+
+
+class Guide(unittest.TestCase):
+    @unittest.skipUnless(shutil.which("sphinx-build"), "needs sphinx-build (python3-sphinx)")
+    def test_the_nic_guide_builds_without_a_warning(self):
+        with tempfile.TemporaryDirectory() as folder:
+            conf = pathlib.Path(folder, "conf.py")
+            conf.write_text("project = 'vask1'\nroot_doc = 'vask1'\nexclude_patterns = ['features']\n")
+            done = subprocess.run(["sphinx-build", "-q", "-W", "-c", folder, SOURCE / "doc/guides/nics",
+                                   os.path.join(folder, "out")], capture_output=True, text=True, check=False)
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
 
 
 class P4ControlPlane(unittest.TestCase):
