@@ -23,12 +23,13 @@ struct frame_network {
 static uint16_t
 ether_type_read(const struct rte_mbuf *frame, uint32_t offset)
 {
-	rte_be16_t copy;
-	const void *type = rte_pktmbuf_read(frame, offset, sizeof(copy), &copy);
-
-	if (type == nullptr)
+	uint8_t copy[sizeof(rte_be16_t)];
+	const void *data = rte_pktmbuf_read(frame, offset, sizeof(copy), copy);
+	if (data == nullptr)
 		return 0;
-	return rte_be_to_cpu_16(*static_cast<const unaligned_uint16_t *>(type));
+
+	const uint8_t *type = static_cast<const uint8_t *>(data);
+	return type[0] << 8 | type[1];
 }
 
 static bool
