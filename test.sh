@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
-# Usage: ./test.sh [--sanitize | --coverage] [--help] [TEST...]
+# Usage: ./test.sh [--sanitize | --tsan | --coverage | --dpdk-tree] [--help] [TEST...]
 #        ./test.sh --model [SECONDS]
 #
 # Installs what is needed (Debian; root or sudo), builds, runs every test, or those named, and ends with
 # "N passed, N failed, N skipped".
 #
 #   --sanitize   in a build with AddressSanitizer and UndefinedBehaviorSanitizer (build-sanitize)
+#   --tsan       the tests of the card and of the port in a build with ThreadSanitizer (build-tsan)
 #   --coverage   in a build that counts (build-coverage); prints line and branch coverage of the module
+#   --dpdk-tree  testpmd's tests in a testpmd that has the driver built in: the distribution's DPDK source with
+#                the driver linked into it (build-dpdk)
 #   --model      random scenarios against the reference model of the module instead of the tests, for so many
 #                seconds, or 1,000,000 operations; prints what was compared
 set -euo pipefail
@@ -14,6 +17,7 @@ cd "$(dirname "$0")"
 
 dir=build
 options=()
+select=()
 packages=(dpdk dpdk-dev python3-pyelftools)
 while [ $# -gt 0 ]; do
 	case $1 in
@@ -21,10 +25,23 @@ while [ $# -gt 0 ]; do
 		dir=build-sanitize
 		options=("-Db_sanitize=address,undefined" -Db_lundef=false)
 		;;
+	--tsan)
+		dir=build-tsan
+		# without intrinsics DPDK's locks are assembler, which ThreadSanitizer cannot see through
+		options=(-Db_sanitize=thread -Db_lundef=false
+			"-Dcpp_args=-DRTE_FORCE_INTRINSICS -Wno-tsan")
+		select=(--suite card --suite port)
+		;;
 	--coverage)
 		dir=build-coverage
 		options=(-Db_coverage=true -Dbuildtype=debug)
 		packages+=(gcovr)
+		;;
+	--dpdk-tree)
+		[ -d build-dpdk ] || scripts/dpdk-source build-dpdk
+		scripts/build-in-dpdk-tree.sh build-dpdk
+		export VASK_TESTPMD=$PWD/build-dpdk/build-vask1/app/dpdk-testpmd
+		select=(testpmd_meter_test)
 		;;
 	--model)
 		scripts/build "$dir" -- tests/model/runner
@@ -53,7 +70,7 @@ if [ "$dir" = build-coverage ]; then
 	find "$dir" -name '*.gcda' -delete
 fi
 rm -f "$dir"/meson-logs/testlog*
-meson test -C "$dir" --no-rebuild --print-errorlogs "$@" || true
+meson test -C "$dir" --no-rebuild --print-errorlogs "${select[@]}" "$@" || true
 
 if [ "$dir" = build-coverage ]; then
 	gcovr --root . --object-directory "$dir" --filter 'drivers/net/vask1/vask_p4/' --exclude-throw-branches

@@ -38,7 +38,8 @@ if [ ! -f "$build/build.ninja" ]; then
 		export CC="ccache ${CC:-gcc}" CXX="ccache ${CXX:-g++}"
 	fi
 	rm -rf "$build"
-	meson setup "$build" "$tree" --buildtype debugoptimized -Dcpp_std=gnu++20 -Dtests=false \
+	meson setup "$build" "$tree" --buildtype debugoptimized -Dcpp_std=gnu++20 \
+		"-Dcpp_args=-fno-rtti -Wno-volatile -Wno-ignored-qualifiers" -Dtests=false \
 		-Denable_apps=test-pmd -Denable_drivers=common/vask,net/vask1,net/pcap,net/ring,net/null
 fi
 ninja -C "$build" app/dpdk-testpmd

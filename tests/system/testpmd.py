@@ -15,19 +15,27 @@ ESCAPES = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]")
 
 
 class Testpmd:
-    """A running testpmd; a context manager that ends it with `quit`."""
+    """A running testpmd; a context manager that ends it with `quit`.
+
+    The distribution's with the plugin, or the one that VASK_TESTPMD names, which has the driver built in.
+    """
 
     def __init__(self, vdevs, options=(), plugin=None, eal=(), mbufs=8192, timeout=60):
         self.prefix = f"testpmd{os.getpid()}_{time.monotonic_ns()}"
         self.timeout = timeout
         self.master, slave = pty.openpty()
+        built_in = os.environ.get("VASK_TESTPMD")
+        plugin = plugin or os.environ["VASK_PLUGIN"]
+        cpus = sorted(os.sched_getaffinity(0))
         command = [
-            shutil.which("dpdk-testpmd"), "--no-huge", "--no-pci", "-m", "256", "-l", "0,1",
-            "--file-prefix", self.prefix, "-d", plugin or os.environ["VASK_PLUGIN"],
+            built_in or shutil.which("dpdk-testpmd"), "--no-huge", "--no-pci", "-m", "256",
+            "--lcores", f"0@{cpus[0]},1@{cpus[-1]}", "--file-prefix", self.prefix,
+            *([] if built_in else ["-d", plugin]),
             *eal, *(f"--vdev={v}" for v in vdevs),
             "--", "-i", "--no-flush-rx", f"--total-num-mbufs={mbufs}", *options]
         environment = dict(os.environ, TERM="dumb")
-        environment.update(sanitizer_environment(command[command.index("-d") + 1]))
+        if not built_in:
+            environment.update(sanitizer_environment(plugin))
         self.process = subprocess.Popen(
             command, stdin=slave, stdout=slave, stderr=slave, close_fds=True, env=environment)
         os.close(slave)
