@@ -168,7 +168,13 @@ PortTest::start(uint16_t port, uint16_t queues, uint64_t rx_offloads)
 struct rte_mbuf *
 PortTest::make(const Frame &frame)
 {
-	struct rte_mbuf *m = rte_pktmbuf_alloc(pool);
+	return make(frame, pool);
+}
+
+struct rte_mbuf *
+PortTest::make(const Frame &frame, struct rte_mempool *from)
+{
+	struct rte_mbuf *m = rte_pktmbuf_alloc(from);
 	char *at = rte_pktmbuf_append(m, frame.length);
 
 	memset(at, 0, frame.length);

@@ -64,6 +64,7 @@ class PortTest : public ::testing::Test
 	int start(uint16_t port, uint16_t queues = 1, uint64_t rx_offloads = 0);
 
 	struct rte_mbuf *make(const Frame &frame);
+	static struct rte_mbuf *make(const Frame &frame, struct rte_mempool *from);
 	/** Puts a frame on the wire. */
 	void put(const Wire &wire, const Frame &frame, unsigned queue = 0);
 	/** Receives all that there is, freed at the end of the test. */
