@@ -156,4 +156,26 @@ TEST_F(PortLife, CallsOfTheDriversOwnAreRefusedWhileThereIsNoPort)
 	EXPECT_EQ(rte_pmd_net_vask1_fault_set("vask_cmd_set_shaper:1:5"), -ENODEV);
 }
 
+TEST_F(PortLife, PortThatIsProbedAgainKnowsNothingOfTheOneBefore)
+{
+	/* keeps the card up */
+	ASSERT_EQ(probe("net_vask1_0", ""), 0);
+	Wire before_wire = make_wire("before");
+	ASSERT_EQ(probe("net_vask1_1", "uplink=net_ring_before,sfi=77"), 0);
+	const uint16_t before = port_of("net_vask1_1");
+	ASSERT_EQ(start(before), 0);
+	ASSERT_EQ(rte_eth_dev_set_mtu(before, 500), 0);
+	put(before_wire, {.length = 1000});
+	EXPECT_EQ(receive(before).size(), 0u);
+	EXPECT_EQ(remove("net_vask1_1"), 0);
+	remove_wire(before_wire);
+
+	Wire after_wire = make_wire("after");
+	ASSERT_EQ(probe("net_vask1_1", "uplink=net_ring_after,sfi=77"), 0);
+	const uint16_t after = port_of("net_vask1_1");
+	ASSERT_EQ(start(after), 0);
+	put(after_wire, {.length = 1000});
+	EXPECT_EQ(receive(after).size(), 1u);
+}
+
 } // namespace vask_test

@@ -303,4 +303,22 @@ TEST_F(Bursts, SixteenQueuePairsRunOnTheirOwnAndShareAMeter)
 	EXPECT_EQ(stats(port_, 9).n_pkts_dropped, 40u);
 }
 
+TEST_F(Bursts, QueueThatIsNotSetUpTakesNoPacketsAndHoldsUpNoStop)
+{
+	const struct rte_eth_conf conf = {};
+	const struct rte_flow_action_queue to_1 = {1};
+
+	wire_ = make_wire("wire", 2);
+	ASSERT_EQ(probe("net_vask1_0", "uplink=net_ring_wire,clock=capture"), 0);
+	port_ = port_of("net_vask1_0");
+	ASSERT_EQ(rte_eth_dev_configure(port_, 2, 2, &conf), 0);
+	ASSERT_EQ(rte_eth_rx_queue_setup(port_, 0, 512, 0, nullptr, pool), 0);
+	ASSERT_EQ(rte_eth_tx_queue_setup(port_, 0, 512, 0, nullptr), 0);
+	ASSERT_EQ(rte_eth_dev_start(port_), 0);
+	ASSERT_NE(add_rule(port_, IPPROTO_UDP, {RTE_FLOW_ACTION_TYPE_QUEUE, &to_1}), nullptr);
+	put(wire_, {});
+	EXPECT_EQ(receive(port_).size(), 1u);
+	EXPECT_EQ(rte_eth_dev_stop(port_), 0);
+}
+
 } // namespace vask_test

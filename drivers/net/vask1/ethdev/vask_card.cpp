@@ -208,6 +208,7 @@ vask_card_leave(struct vask_port *port)
 {
 	softcard_fault_clear();
 	vask_card_destroy_meters(port);
+	softcard_port_clear(vask_port_sfi(port));
 	TAILQ_REMOVE(&vask_ports, port, next);
 	if (TAILQ_EMPTY(&vask_ports)) {
 		vask_sampler_stop();

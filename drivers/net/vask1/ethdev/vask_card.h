@@ -18,7 +18,7 @@ struct vask_port;
 int vask_card_join(struct vask_port *port);
 
 /**
- * Takes a port off the card: faults are lifted, the port's meters destroyed. With the last port the
+ * Takes a port off the card: faults are lifted, the port's meters destroyed and its entries cleared. With the last port the
  * profiles and policies that are left go too, the default policy included, and module and card stop.
  */
 void vask_card_leave(struct vask_port *port);

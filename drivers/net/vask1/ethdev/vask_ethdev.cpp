@@ -161,7 +161,9 @@ dev_stop(struct rte_eth_dev *dev)
 	rte_rcu_qsbr_synchronize(port->rcu, RTE_QSBR_THRID_INVALID);
 	if (port->clock.capture)
 		for (uint16_t i = 0; i < dev->data->nb_tx_queues; i++)
-			vask_tx_flush(static_cast<struct vask_queue *>(dev->data->tx_queues[i]));
+			if (dev->data->tx_queues[i] != nullptr)
+				vask_tx_flush(
+					static_cast<struct vask_queue *>(dev->data->tx_queues[i]));
 	rc = vask_uplink_stop(port);
 	queue_states(dev, RTE_ETH_QUEUE_STATE_STOPPED);
 	link_update(dev, 0);

@@ -1,4 +1,5 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
+#include <array>
 #include <cerrno>
 
 #include <rte_hash.h>
@@ -13,15 +14,21 @@
 /* Every meter of the card, and as many more that rules name though they are gone. */
 constexpr uint32_t REFS_MAX = 2 * SOFTCARD_METERS;
 
-struct vask_meter_ref {
+/* Rules name no meter 0, of which there may be several: each of those goes by its index. */
+struct ref_key {
 	uint32_t meter_id;
+	uint32_t index; /* of a meter 0; 0 for the others */
+};
+
+struct vask_meter_ref {
+	struct ref_key key;
 	uint32_t hw_meter_id;          /* where its records stand in the card, 0: nowhere */
 	bool engine[SOFTCARD_ENGINES]; /* those that use the meter */
 	uint32_t n_rules;
 	struct rte_flow *rules[VASK_METER_RULES_MAX];
 };
 
-static struct rte_hash *refs; /* by the user's meter id */
+static struct rte_hash *refs; /* by struct ref_key */
 
 int
 vask_meter_ref_start()
@@ -30,7 +37,7 @@ vask_meter_ref_start()
 
 	params.name = "vask_meter_refs";
 	params.entries = REFS_MAX;
-	params.key_len = sizeof(uint32_t);
+	params.key_len = sizeof(struct ref_key);
 	params.socket_id = SOCKET_ID_ANY;
 	params.extra_flag = RTE_HASH_EXTRA_FLAGS_EXT_TABLE;
 	refs = rte_hash_create(&params);
@@ -53,25 +60,25 @@ vask_meter_ref_stop()
 }
 
 static struct vask_meter_ref *
-find_ref(uint32_t meter_id)
+find_ref(const struct ref_key &key)
 {
 	void *ref = nullptr;
 
 	if (refs != nullptr)
-		rte_hash_lookup_data(refs, &meter_id, &ref);
+		rte_hash_lookup_data(refs, &key, &ref);
 	return static_cast<struct vask_meter_ref *>(ref);
 }
 
 static struct vask_meter_ref *
-add_ref(uint32_t meter_id)
+add_ref(const struct ref_key &key)
 {
 	struct vask_meter_ref *ref = static_cast<struct vask_meter_ref *>(
 		refs != nullptr ? rte_zmalloc("vask_meter_ref", sizeof(*ref), 0) : nullptr);
 
 	if (ref == nullptr)
 		return nullptr;
-	ref->meter_id = meter_id;
-	if (rte_hash_add_key_data(refs, &meter_id, ref) != 0) {
+	ref->key = key;
+	if (rte_hash_add_key_data(refs, &key, ref) != 0) {
 		rte_free(ref);
 		return nullptr;
 	}
@@ -84,14 +91,22 @@ drop_ref(struct vask_meter_ref *ref)
 {
 	if (ref->n_rules != 0 || ref->hw_meter_id != 0)
 		return;
-	rte_hash_del_key(refs, &ref->meter_id);
+	rte_hash_del_key(refs, &ref->key);
 	rte_free(ref);
+}
+
+static struct ref_key
+key_of(const struct vask_p4_meter_cfg_node *node)
+{
+	const struct vask_p4_meter_cfg_entry *meter = &node->data;
+
+	return {meter->meter_id, meter->meter_id == 0 ? meter->hw_meter_id : 0};
 }
 
 int
 vask_meter_ref_check(uint32_t meter_id)
 {
-	const struct vask_meter_ref *ref = find_ref(meter_id);
+	const struct vask_meter_ref *ref = find_ref({meter_id, 0});
 
 	if (meter_id == 0)
 		return -EINVAL;
@@ -104,13 +119,13 @@ int
 vask_meter_ref_attach(struct rte_flow *rule)
 {
 	const uint32_t meter_id = rule->spec.meter_id;
-	struct vask_meter_ref *ref = find_ref(meter_id);
+	struct vask_meter_ref *ref = find_ref({meter_id, 0});
 	int rc = vask_meter_ref_check(meter_id);
 
 	if (rc != 0)
 		return rc;
 	if (ref == nullptr)
-		ref = add_ref(meter_id);
+		ref = add_ref({meter_id, 0});
 	if (ref == nullptr)
 		return -ENOMEM;
 	ref->rules[ref->n_rules++] = rule;
@@ -156,15 +171,15 @@ write_record(int dir, const struct vask_p4_meter_cfg_node *node)
 			node->data.meter_id, node->data.hw_meter_id, dir, rc);
 }
 
-/* Takes a meter's records out of the card, or leaves them to the meter that shares their index. */
+/* Takes a meter's records out of the card, but leaves those that the next holder of its index uses to him. */
 static void
 leave_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *holder)
 {
+	const struct vask_meter_ref *next = holder != nullptr ? find_ref(key_of(holder)) : nullptr;
+
 	show_rules(ref, 0);
 	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++) {
-		if (!ref->engine[dir])
-			continue;
-		if (holder != nullptr)
+		if (next != nullptr && next->hw_meter_id == ref->hw_meter_id && next->engine[dir])
 			write_record(dir, holder);
 		else
 			softcard_meter_inst_clear(dir, ref->hw_meter_id);
@@ -188,7 +203,7 @@ enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *nod
 	if (!used)
 		return;
 	if (ref == nullptr)
-		ref = add_ref(meter->meter_id);
+		ref = add_ref(key_of(node));
 	if (ref == nullptr) {
 		VASK_P4_LOG(
 			ERR, "meter %u: no memory, its packets pass unmetered", meter->meter_id);
@@ -203,13 +218,62 @@ enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *nod
 	show_rules(ref, meter->hw_meter_id);
 }
 
+/* `found`: the meter, null when it is absent or disabled. `holder`: who else is on the index it may leave. */
+static void
+refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *found,
+	const struct vask_p4_meter_cfg_node *holder)
+{
+	const uint32_t old_index = ref != nullptr ? ref->hw_meter_id : 0;
+
+	if (old_index != 0 && (found == nullptr || found->data.hw_meter_id != old_index))
+		leave_index(ref, holder);
+	if (found != nullptr)
+		enter_index(ref, found);
+	else if (ref != nullptr)
+		drop_ref(ref);
+}
+
+/* Meters 0 are only ever created and destroyed, one a call. */
+static void
+refresh_meters_0()
+{
+	std::array<const struct vask_p4_meter_cfg_node *, SOFTCARD_METERS> holder = {};
+	const struct vask_p4_meter_cfg_node *node;
+	struct vask_meter_ref *gone = nullptr;
+	const void *key;
+	void *ref;
+	uint32_t next = 0;
+
+	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
+		if (node->data.meter_id == 0 && find_ref(key_of(node)) == nullptr)
+			enter_index(nullptr, node);
+		/* a meter 0 before others that share its index */
+		if (node->data.enable && node->data.hw_meter_id < SOFTCARD_METERS &&
+			(holder[node->data.hw_meter_id] == nullptr || node->data.meter_id == 0))
+			holder[node->data.hw_meter_id] = node;
+	}
+	while (refs != nullptr && rte_hash_iterate(refs, &key, &ref, &next) >= 0) {
+		const struct ref_key *k = static_cast<const struct ref_key *>(key);
+
+		if (k->meter_id == 0 &&
+			(holder[k->index] == nullptr || holder[k->index]->data.meter_id != 0))
+			gone = static_cast<struct vask_meter_ref *>(ref);
+	}
+	if (gone != nullptr)
+		refresh(gone, nullptr, holder[gone->hw_meter_id]);
+}
+
 void
 vask_meter_refresh(uint32_t meter_id)
 {
-	struct vask_meter_ref *ref = find_ref(meter_id);
+	struct vask_meter_ref *ref = find_ref({meter_id, 0});
 	const uint32_t old_index = ref != nullptr ? ref->hw_meter_id : 0;
 	const struct vask_p4_meter_cfg_node *node, *found = nullptr, *holder = nullptr;
 
+	if (meter_id == 0) {
+		refresh_meters_0();
+		return;
+	}
 	/* one walk for both: the meter, and who else is on the index that it may leave */
 	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
 		if (found == nullptr && node->data.meter_id == meter_id) {
@@ -224,10 +288,5 @@ vask_meter_refresh(uint32_t meter_id)
 	}
 	if (found != nullptr && (!found->data.enable || found->data.hw_meter_id == 0))
 		found = nullptr;
-	if (old_index != 0 && (found == nullptr || found->data.hw_meter_id != old_index))
-		leave_index(ref, holder);
-	if (found != nullptr)
-		enter_index(ref, found);
-	else if (ref != nullptr)
-		drop_ref(ref);
+	refresh(ref, found, holder);
 }

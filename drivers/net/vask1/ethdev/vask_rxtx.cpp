@@ -112,13 +112,15 @@ hand_over(struct vask_queue *q)
 	uint16_t kept = 0;
 
 	for (uint16_t i = 0; i < b->n; i++) {
-		if (b->tag[i] == q->id || b->tag[i] >= data->nb_rx_queues) {
+		const struct vask_queue *to = b->tag[i] < data->nb_rx_queues
+			? static_cast<const struct vask_queue *>(data->rx_queues[b->tag[i]])
+			: nullptr;
+
+		if (to == q || to == nullptr) {
 			b->pkts[kept] = b->pkts[i];
 			b->now_ns[kept++] = b->now_ns[i];
 			continue;
 		}
-		const struct vask_queue *to =
-			static_cast<const struct vask_queue *>(data->rx_queues[b->tag[i]]);
 		if (rte_ring_mp_enqueue(to->handover, b->pkts[i]) != 0) {
 			rte_pktmbuf_free(b->pkts[i]);
 			vask_queue_count(q, VASK_QUEUE_DROPPED_PACKETS, 1);

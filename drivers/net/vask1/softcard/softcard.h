@@ -64,6 +64,12 @@ int softcard_meter_inst_clear(int dir, uint32_t hw_meter_id);
 uint32_t softcard_port_meter(int dir, uint16_t port_sfi);
 
 /**
+ * Forgets what the tables hold for a source port that is gone: meter outputs, MTU, transmit input-port entry
+ * and port shaper. No packet of that port may be under way. 0, -ERANGE or -ENODEV.
+ */
+int softcard_port_clear(uint16_t port_sfi);
+
+/**
  * A burst on its way through an engine. The arrays run side by side: element i of each belongs to packet i.
  * Only the first n elements are read.
  */

@@ -172,3 +172,22 @@ softcard_port_meter(int dir, uint16_t port_sfi)
 	const uint32_t hw_meter_id = meters[port_sfi].load(std::memory_order_relaxed);
 	return hw_meter_id < SOFTCARD_METERS ? hw_meter_id : 0;
 }
+
+int
+softcard_port_clear(uint16_t port_sfi)
+{
+	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, port_sfi, SOFTCARD_PORTS);
+	if (rc != 0)
+		return rc;
+
+	const struct qorn_input_port_table_result_tx no_entry = {};
+	struct vask_shaper_set_info shaper_off = {};
+
+	shaper_off.sfi = port_sfi;
+	for (int dir : {VASK_P4_MEP_INGRESS, VASK_P4_MEP_EGRESS})
+		softcard_output_write(dir, port_sfi, 0);
+	softcard_mtu_write(port_sfi, 0);
+	softcard_tx_port_write(port_sfi, &no_entry);
+	softcard_port_shaper_write(&shaper_off);
+	return 0;
+}
