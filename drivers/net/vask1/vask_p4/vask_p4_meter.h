@@ -6,8 +6,8 @@
  * @file
  * The meter module: what it exports to the rest of the driver and to a P4 control plane.
  *
- * Thread safety: control calls (everything here but the lookups' read-only use of one list) expect one
- * control thread at a time, or callers that serialise them.
+ * Thread safety: none of its own. Every call here, lookups included, expects one control thread at a time, or
+ * callers that serialise them; vask_p4_dev_mtr_ops_get() alone may be called from any thread.
  */
 
 #include <assert.h>

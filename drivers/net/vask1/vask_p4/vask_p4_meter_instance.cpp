@@ -3,6 +3,8 @@
 
 #include <cerrno>
 
+#include <rte_bitops.h>
+
 #include "vask_p4_common.h"
 #include "vask_p4_meter_internal.h"
 
