@@ -27,9 +27,9 @@ while [ $# -gt 0 ]; do
 		;;
 	--tsan)
 		dir=build-tsan
-		# without intrinsics DPDK's locks are assembler, which ThreadSanitizer cannot see through
+		# else DPDK's locks are assembler and its rings fences, which ThreadSanitizer cannot see through
 		options=(-Db_sanitize=thread -Db_lundef=false
-			"-Dcpp_args=-DRTE_FORCE_INTRINSICS -Wno-tsan")
+			"-Dcpp_args=-DRTE_FORCE_INTRINSICS -DRTE_USE_C11_MEM_MODEL -Wno-tsan")
 		select=(--suite card --suite port)
 		;;
 	--coverage)
