@@ -1,0 +1,69 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+/*
+ * On the processor's clock a meter lets through what its profile holds. VASK_RATE_SECONDS sets how long each
+ * rate is measured.
+ */
+#include "port_test.h"
+
+#include <cstdlib>
+
+namespace vask_test
+{
+
+constexpr uint64_t S = 1000000000;
+
+class Rate : public PortTest, public ::testing::WithParamInterface<uint64_t>
+{
+      protected:
+	static uint64_t duration_ns()
+	{
+		const char *seconds = getenv("VASK_RATE_SECONDS");
+
+		return S * static_cast<uint64_t>(seconds != nullptr ? atoi(seconds) : 1);
+	}
+};
+
+TEST_P(Rate, IsLetThroughWithinOnePercentOfWhatTheCardHolds)
+{
+	constexpr uint16_t BURST = 64, LENGTH = 1500;
+	const uint64_t asked = GetParam() / 8;
+	const double held = static_cast<double>(asked / 8000 * 8000);
+	struct rte_mbuf *pkts[BURST];
+	uint64_t first = 0, now = 0, passed = 0;
+	Wire wire = make_wire("wire", 1, 256);
+
+	ASSERT_EQ(probe("net_vask1_0", "uplink=net_ring_wire"), 0);
+	const uint16_t port = port_of("net_vask1_0");
+	/* a tenth of a second of burst, for the time in which this thread does not run */
+	ASSERT_EQ(add_profile(port, 5, asked, asked / 10, 0), 0);
+	ASSERT_EQ(add_policy(port, 7), 0);
+	ASSERT_EQ(create_meter(port, 9, 5, 7, RECEIVE), 0);
+	ASSERT_EQ(start(port), 0);
+
+	/* from one moment at which the bucket is empty to another */
+	for (;;) {
+		while (rte_ring_count(wire.rx[0]) < BURST)
+			put(wire, {.length = LENGTH});
+		const uint16_t got = rte_eth_rx_burst(port, 0, pkts, BURST);
+		ASSERT_EQ(rte_eth_read_clock(port, &now), 0);
+		rte_pktmbuf_free_bulk(pkts, got);
+		passed += got * uint64_t{LENGTH};
+		if (got == BURST)
+			continue;
+		if (first == 0) {
+			first = now;
+			passed = 0;
+		} else if (now >= first + duration_ns()) {
+			break;
+		}
+	}
+	const double rate = static_cast<double>(passed) * S / static_cast<double>(now - first);
+	EXPECT_NEAR(rate, held, held / 100);
+	RecordProperty("bytes_per_second", static_cast<int>(rate));
+}
+
+INSTANTIATE_TEST_SUITE_P(BitsPerSecond, Rate,
+	::testing::Values(UINT64_C(10000000), UINT64_C(100000000), UINT64_C(1000000000)),
+	[](const auto &info) { return std::to_string(info.param); });
+
+} // namespace vask_test
