@@ -84,7 +84,7 @@ TEST(FlowConcurrency, ARuleHoldsForEveryBurstThatBeginsAfterItsCreation)
 				before[i] = state[(first + i) % N].load();
 				pkts.push_back(frames[(first + i) % N].get());
 			}
-			const vask_flow_verdict v = tables.Classify(pkts, queue);
+			const Verdict v = tables.Classify(pkts, queue);
 			for (uint32_t i = 0; i < 32; i++) {
 				const uint32_t n = (first + i) % N;
 
@@ -127,8 +127,7 @@ TEST(FlowConcurrency, ThePatternOfAStandingRuleIsNeverUnmatched)
 	tables.Add(SourceRule(1).Priority(5));
 	{
 		PacketThreads threads(2, [&](uint16_t queue) {
-			const vask_flow_verdict v =
-				tables.Classify({frame.get(), frame.get()}, queue);
+			const Verdict v = tables.Classify({frame.get(), frame.get()}, queue);
 
 			for (unsigned i = 0; i < 2; i++)
 				wrong += v.hw_meter_id[i] != 1 && v.hw_meter_id[i] != 2;

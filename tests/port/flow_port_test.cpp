@@ -124,15 +124,10 @@ class FlowPort : public ::testing::Test
 	/* The hardware meter that a frame gets, 0 if none. */
 	uint32_t MeterOf(const Bytes &frame, int dir = RX)
 	{
-		const vask_port *port = vask_port_of(&rte_eth_devices[port_id]);
 		const Mbuf mbuf = MakeMbuf(frame);
-		rte_mbuf *pkt = mbuf.get();
-		vask_flow_verdict verdict;
 
-		rte_rcu_qsbr_thread_online(port->rcu, 0);
-		vask_flow_classify(port, 0, dir, &pkt, 1, &verdict);
-		rte_rcu_qsbr_thread_offline(port->rcu, 0);
-		return verdict.metered ? verdict.hw_meter_id[0] : 0;
+		return Classify(*vask_port_of(&rte_eth_devices[port_id]), {mbuf.get()}, 0, dir)
+			.hw_meter_id[0];
 	}
 
 	static vask_p4_mep_meter_inst_table Record(int dir, uint32_t hw_meter_id)

@@ -309,7 +309,7 @@ class Pair
 								     : MakeMbuf(frames[i], cuts));
 			pkts.push_back(mbufs[i].get());
 		}
-		const vask_flow_verdict v = tables.Classify(pkts, queue);
+		const Verdict v = tables.Classify(pkts, queue);
 		for (size_t i = 0; i < n; i++) {
 			const FlowReference::Answer want = reference_.Classify(frames[i]);
 

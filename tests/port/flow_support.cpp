@@ -447,21 +447,26 @@ Tables::Remove(rte_flow *rule)
 	vask_flow_remove(rule);
 }
 
-vask_flow_verdict
-Tables::Classify(const std::vector<rte_mbuf *> &pkts, uint16_t queue, int dir)
+Verdict
+Classify(const vask_port &port, const std::vector<rte_mbuf *> &pkts, uint16_t queue, int dir)
 {
 	const unsigned thread = dir == VASK_P4_MEP_INGRESS ? queue : VASK_QUEUES_MAX + queue;
-	vask_flow_verdict verdict;
+	softcard_burst burst;
+	vask_flow_verdict said;
+	Verdict verdict;
 
+	burst.n = pkts.size();
+	std::copy(pkts.begin(), pkts.end(), burst.pkts);
 	rte_rcu_qsbr_thread_online(port.rcu, thread);
-	vask_flow_classify(&port, queue, dir, pkts.data(), pkts.size(), &verdict);
+	vask_flow_classify(&port, queue, dir, &burst, &said);
 	rte_rcu_qsbr_thread_offline(port.rcu, thread);
 	for (size_t i = 0; i < pkts.size(); i++) {
-		if (!verdict.metered)
-			verdict.hw_meter_id[i] = 0;
-		if (!verdict.diverted)
-			verdict.queue[i] = queue;
+		verdict.hw_meter_id[i] = said.metered ? burst.hw_meter_id[i] : 0;
+		verdict.queue[i] = said.diverted ? burst.tag[i] : queue;
 	}
+	verdict.drop_mask = said.drop_mask;
+	verdict.metered = said.metered;
+	verdict.diverted = said.diverted;
 	return verdict;
 }
 

@@ -131,6 +131,18 @@ class Rule
 	std::deque<std::shared_ptr<const void>> kept_;
 };
 
+/* What rules say about up to 64 frames, whether or not the port's code had to write it down. */
+struct Verdict {
+	uint32_t hw_meter_id[SOFTCARD_BURST_MAX]; /* 0: unmetered */
+	uint16_t queue[SOFTCARD_BURST_MAX];
+	uint64_t drop_mask;
+	bool metered, diverted;
+};
+
+/* Classifies as a queue of a port does. */
+Verdict
+Classify(const vask_port &port, const std::vector<rte_mbuf *> &pkts, uint16_t queue, int dir);
+
 /* Rule tables of both directions and what they say, with no ethdev port around. */
 class Tables
 {
@@ -144,9 +156,11 @@ class Tables
 	rte_flow *Add(const Rule &rule);
 	void Remove(rte_flow *rule);
 
-	/* Classifies up to 64 frames as queue 0, or another; hw_meter_id and queue are filled in any case. */
-	vask_flow_verdict Classify(const std::vector<rte_mbuf *> &pkts, uint16_t queue = 0,
-		int dir = VASK_P4_MEP_INGRESS);
+	Verdict Classify(const std::vector<rte_mbuf *> &pkts, uint16_t queue = 0,
+		int dir = VASK_P4_MEP_INGRESS)
+	{
+		return vask_test::Classify(port, pkts, queue, dir);
+	}
 
 	/* The meter that a frame gets. */
 	uint32_t MeterOf(const Bytes &frame, int dir = VASK_P4_MEP_INGRESS);

@@ -49,7 +49,7 @@ TEST(FlowTable, WithoutRulesThereIsNoViewAndNothingIsMetered)
 {
 	Tables tables;
 	const Mbuf mbuf = MakeMbuf(UdpFrame());
-	const vask_flow_verdict v = tables.Classify({mbuf.get()});
+	const Verdict v = tables.Classify({mbuf.get()});
 
 	EXPECT_EQ(View(tables), nullptr);
 	EXPECT_FALSE(v.metered);
@@ -257,7 +257,7 @@ TEST(FlowTable, QueueAndDropAreTheVerdictOfThePacketsTheyMatch)
 
 	tables.Add(UdpRule().Queue(3).Meter(5));
 	tables.Add(Rule().Ipv4().Tcp().Drop());
-	const vask_flow_verdict v = tables.Classify({udp.get(), tcp.get(), other.get()}, 1);
+	const Verdict v = tables.Classify({udp.get(), tcp.get(), other.get()}, 1);
 	EXPECT_TRUE(v.diverted);
 	EXPECT_EQ(v.queue[0], 3);
 	EXPECT_EQ(v.queue[2], 1);
@@ -276,7 +276,7 @@ TEST(FlowTable, AfterPassthruTheSearchGoesOn)
 	tables.Add(Rule().Priority(2).Drop());
 
 	const Mbuf udp = MakeMbuf(UdpFrame()), tcp = MakeMbuf(Eth(Ipv4({}, Tcp(1, 2))));
-	const vask_flow_verdict v = tables.Classify({udp.get(), tcp.get()});
+	const Verdict v = tables.Classify({udp.get(), tcp.get()});
 	EXPECT_EQ(v.hw_meter_id[0], 4u); /* the first meter met */
 	EXPECT_EQ(v.queue[0], 2);
 	EXPECT_EQ(v.drop_mask, 0b10u);

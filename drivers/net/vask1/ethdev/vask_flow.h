@@ -27,46 +27,53 @@ int vask_flow_port_init(struct vask_port *port);
 /** Removes a port's rules and tables. Under the control lock; no burst may be under way. */
 void vask_flow_port_fini(struct vask_port *port);
 
-/** What the rules say about a burst; element or bit i for packet i. */
+/** What the rules say about a burst, beside what they write into it. */
 struct vask_flow_verdict {
-	/** The hardware meter of each packet, 0: unmetered. Not written unless `metered`. */
-	uint32_t hw_meter_id[SOFTCARD_BURST_MAX];
-	/** Receive queue that each packet goes to. Not written unless `diverted`. */
-	uint16_t queue[SOFTCARD_BURST_MAX];
-	/** Packets that a rule drops; they are neither metered nor freed here. */
-	uint64_t drop_mask;
-	bool metered;  /* some packet may have a meter */
-	bool diverted; /* some packet goes to another queue than it arrived on */
+	uint64_t
+		drop_mask; /* bit i: a rule drops packet i, which is neither metered nor freed here */
+	bool metered;      /* some packet may have a meter, and hw_meter_id is written */
+	bool diverted;     /* some packet goes to another queue, and tag is written */
 };
 
 /**
- * Classifies a burst.
+ * Whether a direction has no rule and no meter. A queue that finds it so may let a burst pass as it is.
+ *
+ * @param port_meter  receives the hardware meter that takes what no rule meters, 0 for none.
+ */
+static inline bool
+vask_flow_idle(const struct vask_port *port, int dir, uint32_t *port_meter)
+{
+	const struct vask_flow_state *state = port->flow[dir];
+
+	*port_meter = state->metering.load(std::memory_order_relaxed)
+		? 0
+		: softcard_port_meter(dir, vask_port_sfi(port));
+	return *port_meter == 0 && state->view.load(std::memory_order_relaxed) == nullptr;
+}
+
+/**
+ * Classifies a burst: writes the hardware meter of each packet into hw_meter_id, and the receive queue that
+ * it goes to into tag, where the verdict says so.
  *
  * For the time of the call, and until the caller has used the verdict, the queue is on line in port->rcu.
  * Takes no lock, and writes nothing that another queue writes.
  *
  * @param queue  the receive or transmit queue, 0..VASK_QUEUES_MAX-1.
  * @param dir    VASK_P4_MEP_INGRESS or VASK_P4_MEP_EGRESS.
- * @param n      packets, at most SOFTCARD_BURST_MAX.
  */
 static inline void
 vask_flow_classify(const struct vask_port *port, uint16_t queue, int dir,
-	struct rte_mbuf *const *pkts, uint16_t n, struct vask_flow_verdict *out)
+	struct softcard_burst *burst, struct vask_flow_verdict *out)
 {
-	const struct vask_flow_state *state = port->flow[dir];
-	const struct vask_flow_view *view = state->view.load(std::memory_order_acquire);
-	uint32_t port_meter = 0;
+	uint32_t port_meter;
 
-	out->drop_mask = 0;
-	out->diverted = false;
-	if (view == nullptr || !state->metering.load(std::memory_order_relaxed))
-		port_meter = softcard_port_meter(dir, vask_port_sfi(port));
-	out->metered = port_meter != 0 || view != nullptr;
-	if (out->metered)
-		for (uint16_t i = 0; i < n; i++)
-			out->hw_meter_id[i] = port_meter;
-	if (view != nullptr)
-		vask_flow_view_classify(view, queue, pkts, n, out);
+	*out = {};
+	if (likely(vask_flow_idle(port, dir, &port_meter)))
+		return;
+	out->metered = true;
+	for (uint16_t i = 0; i < burst->n; i++)
+		burst->hw_meter_id[i] = port_meter;
+	vask_flow_state_classify(port->flow[dir], queue, burst, out);
 }
 
 #endif /* VASK_FLOW_H */

@@ -61,7 +61,8 @@ apply(const struct vask_flow_view *view, struct rte_flow *rule, uint16_t queue,
 }
 
 static void
-send_to(struct vask_flow_verdict *out, uint16_t i, uint16_t n, uint16_t queue, uint16_t to)
+send_to(struct softcard_burst *burst, uint16_t i, uint16_t queue, uint16_t to,
+	struct vask_flow_verdict *out)
 {
 	if (to == VASK_FLOW_DROP) {
 		out->drop_mask |= UINT64_C(1) << i;
@@ -69,10 +70,10 @@ send_to(struct vask_flow_verdict *out, uint16_t i, uint16_t n, uint16_t queue, u
 	}
 	if (!out->diverted) {
 		out->diverted = true;
-		for (uint16_t k = 0; k < n; k++)
-			out->queue[k] = queue;
+		for (uint16_t k = 0; k < burst->n; k++)
+			burst->tag[k] = queue;
 	}
-	out->queue[i] = to;
+	burst->tag[i] = to;
 }
 
 /* The first rule in rank for each frame, or null. */
@@ -102,27 +103,30 @@ search(const struct vask_flow_view *view, const struct vask_flow_frame *frames, 
 }
 
 void
-vask_flow_view_classify(const struct vask_flow_view *view, uint16_t queue,
-	struct rte_mbuf *const *pkts, uint16_t n, struct vask_flow_verdict *out)
+vask_flow_state_classify(const struct vask_flow_state *state, uint16_t queue,
+	struct softcard_burst *burst, struct vask_flow_verdict *out)
 {
+	const struct vask_flow_view *view = state->view.load(std::memory_order_acquire);
 	union vask_flow_fields images[SOFTCARD_BURST_MAX];
 	struct vask_flow_frame frames[SOFTCARD_BURST_MAX];
 	struct rte_flow *best[SOFTCARD_BURST_MAX];
 
-	vask_flow_frames_read(pkts, n, images, frames);
-	search(view, frames, n, best);
-	for (uint16_t i = 0; i < n; i++) {
+	if (view == nullptr)
+		return;
+	vask_flow_frames_read(burst->pkts, burst->n, images, frames);
+	search(view, frames, burst->n, best);
+	for (uint16_t i = 0; i < burst->n; i++) {
 		struct rte_flow *rule = best[i];
 		uint16_t to;
 
 		if (rule == nullptr)
 			continue;
 		if (likely(rule->meters_only)) {
-			out->hw_meter_id[i] = rule->hw_meter_id.load(std::memory_order_relaxed);
+			burst->hw_meter_id[i] = rule->hw_meter_id.load(std::memory_order_relaxed);
 			continue;
 		}
-		to = apply(view, rule, queue, pkts[i], &frames[i], &out->hw_meter_id[i]);
+		to = apply(view, rule, queue, burst->pkts[i], &frames[i], &burst->hw_meter_id[i]);
 		if (to != VASK_FLOW_STAY)
-			send_to(out, i, n, queue, to);
+			send_to(burst, i, queue, to, out);
 	}
 }

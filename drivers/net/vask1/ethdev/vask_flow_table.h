@@ -22,6 +22,7 @@
 #include "vask_port.h"
 
 struct rte_hash;
+struct softcard_burst;
 struct vask_flow_tuple;
 struct vask_flow_verdict;
 struct vask_meter_ref;
@@ -134,8 +135,8 @@ int vask_flow_insert(struct vask_flow_state *state, struct rte_flow *rule);
 /** Takes a rule away and frees it in due time. Bursts that begin after the call are not under it. */
 void vask_flow_remove(struct rte_flow *rule);
 
-/** The part of vask_flow_classify() for a port that has rules; hw_meter_id holds what an unmatched packet gets. */
-void vask_flow_view_classify(const struct vask_flow_view *view, uint16_t queue,
-	struct rte_mbuf *const *pkts, uint16_t n, struct vask_flow_verdict *out);
+/** Applies the rules, if there are any, to a burst whose hw_meter_id holds what an unmatched packet gets. */
+void vask_flow_state_classify(const struct vask_flow_state *state, uint16_t queue,
+	struct softcard_burst *burst, struct vask_flow_verdict *out);
 
 #endif /* VASK_FLOW_TABLE_H */

@@ -1,4 +1,6 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
+#include <cstring>
+
 #include <rte_ether.h>
 #include <rte_mbuf.h>
 #include <rte_rcu_qsbr.h>
@@ -74,6 +76,24 @@ strip(struct vask_queue *q, struct rte_mbuf **pkt)
 	return rte_vlan_strip(m) == 0 ? sizeof(struct rte_vlan_hdr) : 0;
 }
 
+/* Whether somebody wants the times of packets that no meter looks at. */
+bool
+needs_times(const struct vask_queue *q)
+{
+	return q->leave_times || q->shaper != nullptr || q->port->clock.capture;
+}
+
+/* Whether packets pass as they are, so that they need not go through the queue's burst. */
+bool
+passes_through(const struct vask_queue *q)
+{
+	uint32_t port_meter;
+
+	return vask_flow_idle(q->port, q->dir, &port_meter) &&
+		softcard_port_mtu(vask_port_sfi(q->port)) == 0 && !needs_times(q) &&
+		!q->strip_vlan.load(std::memory_order_relaxed);
+}
+
 /* Rules, engine and MTU; what is dropped is gone afterwards. The burst's pkts and n are set. */
 void
 police(struct vask_queue *q)
@@ -84,13 +104,14 @@ police(struct vask_queue *q)
 	const bool strip_vlan = q->strip_vlan.load(std::memory_order_relaxed);
 	uint64_t dropped;
 
-	vask_clock_stamp(&q->port->clock, b->pkts, n, b->now_ns);
-	vask_flow_classify(q->port, q->id, q->dir, b->pkts, n, v);
-	for (uint16_t i = 0; i < n; i++) {
-		b->taken_off[i] = strip_vlan ? strip(q, &b->pkts[i]) : 0;
-		b->hw_meter_id[i] = v->metered ? v->hw_meter_id[i] : 0;
-		b->tag[i] = v->diverted ? v->queue[i] : q->id;
-	}
+	vask_flow_classify(q->port, q->id, q->dir, b, v);
+	if (v->metered || needs_times(q))
+		vask_clock_stamp(&q->port->clock, b->pkts, n, b->now_ns);
+	if (strip_vlan)
+		for (uint16_t i = 0; i < n; i++)
+			b->taken_off[i] = strip(q, &b->pkts[i]);
+	else if (v->metered)
+		memset(b->taken_off, 0, n * sizeof(b->taken_off[0]));
 	if (q->leave_times)
 		vask_clock_mark(&q->port->clock, b->pkts, n, b->now_ns);
 
@@ -196,6 +217,8 @@ rx_direct(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 {
 	uint16_t done = rx_handed_over(q, pkts, n);
 
+	if (passes_through(q))
+		return done + rte_eth_rx_burst(uplink, q->id, &pkts[done], n - done);
 	for (uint16_t room = n - done; room > 0;) {
 		const uint16_t want = RTE_MIN(room, SOFTCARD_BURST_MAX);
 		const uint16_t got = rx_policed(q, uplink, want);
@@ -271,6 +294,23 @@ tx_shaped(struct vask_queue *q, uint16_t uplink, bool flush)
 	return false;
 }
 
+/* Hands packets that pass as they are to the uplink. Returns how many it took. */
+uint16_t
+tx_through(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
+{
+	uint64_t bytes = 0;
+
+	/* the uplink may free what it takes */
+	for (uint16_t i = 0; i < n; i++)
+		q->due.bytes[i] = pkts[i]->pkt_len;
+	n = rte_eth_tx_burst(uplink, q->id, pkts, n);
+	for (uint16_t i = 0; i < n; i++)
+		bytes += q->due.bytes[i];
+	vask_queue_count(q, VASK_PACKETS, n);
+	vask_queue_count(q, VASK_BYTES, bytes);
+	return n;
+}
+
 /* Takes and polices one burst. False when some of it is due and the uplink has no room. */
 bool
 tx_policed(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
@@ -327,6 +367,15 @@ vask_tx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
 		return 0;
 	while (done < n) {
 		const uint16_t want = RTE_MIN(static_cast<uint16_t>(n - done), SOFTCARD_BURST_MAX);
+
+		if (passes_through(q)) {
+			const uint16_t taken = tx_through(q, uplink, &pkts[done], want);
+
+			done += taken;
+			if (taken < want)
+				break;
+			continue;
+		}
 		const bool room = tx_policed(q, uplink, &pkts[done], want);
 
 		done += want;

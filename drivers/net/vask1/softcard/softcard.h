@@ -63,6 +63,9 @@ int softcard_meter_inst_clear(int dir, uint32_t hw_meter_id);
  */
 uint32_t softcard_port_meter(int dir, uint16_t port_sfi);
 
+/** The MTU that was written for a port, in bytes, or 0. One relaxed load; safe from any thread. */
+uint32_t softcard_port_mtu(uint16_t port_sfi);
+
 /**
  * Forgets what the tables hold for a source port that is gone: meter outputs, MTU, transmit input-port entry
  * and port shaper. No packet of that port may be under way. 0, -ERANGE or -ENODEV.

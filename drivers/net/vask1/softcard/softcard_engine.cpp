@@ -95,13 +95,18 @@ softcard_meter_burst(int dir, struct softcard_burst *burst)
 	return drop_mask;
 }
 
-uint64_t
-softcard_mtu_burst(uint16_t port_sfi, const struct softcard_burst *burst)
+uint32_t
+softcard_port_mtu(uint16_t port_sfi)
 {
 	if (softcard_engine_check(VASK_P4_MEP_INGRESS, port_sfi, SOFTCARD_PORTS) != 0)
 		return 0;
+	return softcard->mtus[port_sfi].load(std::memory_order_relaxed);
+}
 
-	const uint32_t mtu = softcard->mtus[port_sfi].load(std::memory_order_relaxed);
+uint64_t
+softcard_mtu_burst(uint16_t port_sfi, const struct softcard_burst *burst)
+{
+	const uint32_t mtu = softcard_port_mtu(port_sfi);
 	if (mtu == 0)
 		return 0;
 
