@@ -178,4 +178,16 @@ TEST_F(PortLife, PortThatIsProbedAgainKnowsNothingOfTheOneBefore)
 	EXPECT_EQ(receive(after).size(), 1u);
 }
 
+TEST_F(PortLife, RefusedProbeLeavesTheFaultsThatWereSetBefore)
+{
+	ASSERT_EQ(probe("net_vask1_0", ""), 0);
+	const uint16_t port = port_of("net_vask1_0");
+	ASSERT_EQ(rte_pmd_net_vask1_fault_set("vask_p4_mep_add_meter_profile:1:-5"), 0);
+	EXPECT_LT(probe("net_vask1_1",
+			  "fault=vask_p4_mep_add_meter_profile:2:-5,fault=no_such_operation:1:-5"),
+		0);
+	EXPECT_EQ(add_profile(port, 5, 80000, 20480, 20480), -EBUSY);
+	EXPECT_EQ(add_profile(port, 5, 80000, 20480, 20480), 0) << "a fault of the refused port";
+}
+
 } // namespace vask_test

@@ -321,4 +321,43 @@ TEST_F(Bursts, QueueThatIsNotSetUpTakesNoPacketsAndHoldsUpNoStop)
 	EXPECT_EQ(rte_eth_dev_stop(port_), 0);
 }
 
+TEST_F(Bursts, MtuOfAConfigurationTakesThePlaceOfTheOneBefore)
+{
+	uint16_t mtu = 0;
+
+	up();
+	ASSERT_EQ(rte_eth_dev_set_mtu(port_, 500), 0);
+	put(wire_, {.length = 1000});
+	EXPECT_EQ(receive(port_).size(), 0u);
+
+	ASSERT_EQ(rte_eth_dev_stop(port_), 0);
+	ASSERT_EQ(start(port_), 0);
+	ASSERT_EQ(rte_eth_dev_get_mtu(port_, &mtu), 0);
+	EXPECT_EQ(mtu, 1500);
+	put(wire_, {.length = 1000});
+	EXPECT_EQ(receive(port_).size(), 1u);
+	put(wire_, {.length = 1600});
+	EXPECT_EQ(receive(port_).size(), 0u);
+}
+
+TEST_F(Bursts, MtuThatIsConfiguredApplies)
+{
+	struct rte_eth_conf conf = {};
+
+	up();
+	put(wire_, {.length = 1600});
+	EXPECT_EQ(receive(port_).size(), 1u) << "no MTU applies until there is one";
+	ASSERT_EQ(rte_eth_dev_stop(port_), 0);
+	conf.rxmode.mtu = 500;
+	ASSERT_EQ(rte_eth_dev_configure(port_, 1, 1, &conf), 0);
+	ASSERT_EQ(rte_eth_rx_queue_setup(port_, 0, 512, 0, nullptr, pool), 0);
+	ASSERT_EQ(rte_eth_tx_queue_setup(port_, 0, 512, 0, nullptr), 0);
+	ASSERT_EQ(rte_eth_dev_start(port_), 0);
+	put(wire_, {.length = 514});
+	EXPECT_EQ(receive(port_).size(), 1u);
+	put(wire_, {.length = 515});
+	EXPECT_EQ(receive(port_).size(), 0u);
+	EXPECT_EQ(xstat(port_, "rx_mtu_dropped_packets"), 1u);
+}
+
 } // namespace vask_test

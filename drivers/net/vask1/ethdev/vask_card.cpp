@@ -162,6 +162,7 @@ int
 vask_card_join(struct vask_port *port)
 {
 	const bool first = TAILQ_EMPTY(&vask_ports);
+	const uint32_t faults = softcard_fault_list(nullptr, 0);
 	int rc;
 
 	rc = open_trace(port);
@@ -195,7 +196,7 @@ vask_card_join(struct vask_port *port)
 	return 0;
 
 card:
-	softcard_fault_clear();
+	softcard_fault_keep(faults);
 	if (first)
 		softcard_stop();
 trace:

@@ -4,6 +4,7 @@
 #include <rte_malloc.h>
 #include <rte_rcu_qsbr.h>
 
+#include "softcard_view.h"
 #include "vask_card.h"
 #include "vask_dump.h"
 #include "vask_ethdev.h"
@@ -60,10 +61,38 @@ dev_infos_get(struct rte_eth_dev *dev, struct rte_eth_dev_info *info)
 }
 
 int
+mtu_set(struct rte_eth_dev *dev, uint16_t mtu)
+{
+	const struct vask_control_guard lock;
+	const int rc = vask_p4_dev_mtu_set(dev, mtu);
+
+	return rc > 0 ? -EIO : rc;
+}
+
+/* Without an MTU of its own the card applies none; ethdev fills in 1500 where the application names none. */
+int
+configure_mtu(struct rte_eth_dev *dev)
+{
+	const uint16_t mtu = dev->data->dev_conf.rxmode.mtu;
+	struct softcard_port_view card = {};
+
+	{
+		const struct vask_control_guard lock;
+
+		softcard_view_port(vask_port_sfi(vask_port_of(dev)), &card);
+	}
+	if (card.mtu == mtu || (card.mtu == 0 && mtu == RTE_ETHER_MTU))
+		return 0;
+	return mtu_set(dev, mtu);
+}
+
+int
 dev_configure(struct rte_eth_dev *dev)
 {
-	return vask_uplink_configure(
+	const int rc = vask_uplink_configure(
 		vask_port_of(dev), dev->data->nb_rx_queues, dev->data->nb_tx_queues);
+
+	return rc != 0 ? rc : configure_mtu(dev);
 }
 
 int
@@ -205,15 +234,6 @@ dev_reset(struct rte_eth_dev *dev)
 	vask_card_destroy_meters(port);
 	vask_stats_reset(dev);
 	return vask_flow_port_init(port);
-}
-
-int
-mtu_set(struct rte_eth_dev *dev, uint16_t mtu)
-{
-	const struct vask_control_guard lock;
-	const int rc = vask_p4_dev_mtu_set(dev, mtu);
-
-	return rc > 0 ? -EIO : rc;
 }
 
 /* A filter of addresses that the uplink does not have lets everything through. */

@@ -76,8 +76,14 @@ softcard_fault_set(const char *operation, uint64_t nth, int code, uint32_t delay
 void
 softcard_fault_clear()
 {
+	softcard_fault_keep(0);
+}
+
+void
+softcard_fault_keep(uint32_t n)
+{
 	rte_spinlock_lock(&faults_lock);
-	n_faults = 0;
+	n_faults = std::min(n, n_faults);
 	rte_spinlock_unlock(&faults_lock);
 }
 

@@ -42,6 +42,9 @@ int softcard_fault_parse(const char *text, char *why, size_t why_size);
 /** Lifts all faults. */
 void softcard_fault_clear();
 
+/** Lifts all faults but the n oldest. */
+void softcard_fault_keep(uint32_t n);
+
 /** Copies the faults that are set, the oldest first. Returns how many there are. */
 uint32_t softcard_fault_list(struct softcard_fault *faults, uint32_t n);
 
