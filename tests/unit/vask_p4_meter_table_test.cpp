@@ -73,7 +73,7 @@ TEST_F(ProfileEntry, Rfc3IsRefusedAfterAlgorithmAndModeWereWritten)
 {
 	EXPECT_EQ(Convert(3), -1);
 
-	EXPECT_EQ(profile.alg, 4);
+	EXPECT_EQ(vask_p4_enum_number(&profile.alg), 4u);
 	EXPECT_EQ(profile.packet_mode, 3);
 	EXPECT_EQ(profile.trtcm_rfc4115.cir, 0u);
 }

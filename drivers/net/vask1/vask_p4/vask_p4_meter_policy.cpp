@@ -16,6 +16,13 @@ constexpr unsigned int ACTIONS_PER_COLOR_MAX = 2;
 /* Records are compared as bytes. */
 static_assert(std::has_unique_object_representations_v<struct vask_p4_meter_policy>);
 
+/* An absent list counts as an empty one. */
+static bool
+list_ends(const struct rte_flow_action *action)
+{
+	return action == nullptr || vask_p4_enum_number(&action->type) == RTE_FLOW_ACTION_TYPE_END;
+}
+
 int
 vask_p4_meter_policy_validate(struct rte_eth_dev * /*dev*/,
 	struct rte_mtr_meter_policy_params *policy, struct rte_mtr_error *error)
@@ -27,19 +34,21 @@ vask_p4_meter_policy_validate(struct rte_eth_dev * /*dev*/,
 	for (const struct rte_flow_action *action : policy->actions) {
 		unsigned int accepted = 0;
 
-		for (; action != nullptr && action->type != RTE_FLOW_ACTION_TYPE_END; action++) {
+		for (; !list_ends(action); action++) {
+			const unsigned int type = vask_p4_enum_number(&action->type);
+
 			if (accepted == ACTIONS_PER_COLOR_MAX)
 				return -rte_mtr_error_set(error, EBUSY,
 					RTE_MTR_ERROR_TYPE_METER_POLICY, nullptr,
 					"meter action is too much");
 
-			switch (action->type) {
+			switch (type) {
 			case RTE_FLOW_ACTION_TYPE_DROP:
 			case RTE_FLOW_ACTION_TYPE_SET_IPV4_DSCP:
 				accepted++;
 				break;
 			default:
-				VASK_P4_LOG(ERR, "action type %d is not support", action->type);
+				VASK_P4_LOG(ERR, "action type %d is not support", type);
 				return -rte_mtr_error_set(error, EBUSY,
 					RTE_MTR_ERROR_TYPE_METER_POLICY, nullptr,
 					"action type is not support");
@@ -162,17 +171,19 @@ vask_p4_meter_policy_add(struct rte_eth_dev *dev, uint32_t policy_id,
 		const struct rte_flow_action *action = policy->actions[color];
 		unsigned int accepted = 0;
 
-		/* An absent list counts as an empty one. Of two actions the later overwrites. */
+		/* Of two actions the later overwrites. */
 		*color_action[color] = VASK_P4_METER_PASS;
-		for (; action != nullptr && action->type != RTE_FLOW_ACTION_TYPE_END; action++) {
+		for (; !list_ends(action); action++) {
+			const unsigned int type = vask_p4_enum_number(&action->type);
+
 			if (accepted == ACTIONS_PER_COLOR_MAX)
 				return -rte_mtr_error_set(error, EBUSY,
 					RTE_MTR_ERROR_TYPE_METER_POLICY, nullptr,
 					"meter action is too much");
 
-			if (action->type == RTE_FLOW_ACTION_TYPE_DROP) {
+			if (type == RTE_FLOW_ACTION_TYPE_DROP) {
 				*color_action[color] = VASK_P4_METER_DROP;
-			} else if (action->type == RTE_FLOW_ACTION_TYPE_SET_IPV4_DSCP &&
+			} else if (type == RTE_FLOW_ACTION_TYPE_SET_IPV4_DSCP &&
 				action->conf != nullptr) {
 				*color_dscp[color] =
 					static_cast<const struct rte_flow_action_set_dscp *>(
@@ -181,7 +192,7 @@ vask_p4_meter_policy_add(struct rte_eth_dev *dev, uint32_t policy_id,
 				*color_action[color] = VASK_P4_METER_SET_DSCP;
 			} else {
 				/* Validation lets a DSCP without its value pass. */
-				VASK_P4_LOG(ERR, "action type %d is not support", action->type);
+				VASK_P4_LOG(ERR, "action type %d is not support", type);
 				return -rte_mtr_error_set(error, EBUSY,
 					RTE_MTR_ERROR_TYPE_METER_POLICY, nullptr,
 					"action type is not support");

@@ -36,7 +36,7 @@ vask_p4_profile_convert(
 {
 	vask_profile->packet_mode = profile->packet_mode;
 
-	switch (profile->alg) {
+	switch (vask_p4_enum_number(&profile->alg)) {
 	case RTE_MTR_SRTCM_RFC2697:
 		/* There is no second rate: eir keeps what the record held. */
 		vask_profile->cbs = profile->srtcm_rfc2697.cbs;
@@ -82,9 +82,9 @@ int
 vask_p4_meter_profile_cmp(
 	const struct vask_p4_meter_profile *srcp, const struct rte_mtr_meter_profile *dstp)
 {
-	const enum rte_mtr_algorithm type = vask_p4_meter_get_profile_type(srcp);
+	const unsigned int type = vask_p4_meter_get_profile_type(srcp);
 
-	if (type != dstp->alg || srcp->packet_mode != dstp->packet_mode)
+	if (type != vask_p4_enum_number(&dstp->alg) || srcp->packet_mode != dstp->packet_mode)
 		return 0;
 
 	switch (type) {
@@ -198,7 +198,7 @@ vask_p4_meter_profile_add(struct rte_eth_dev * /*dev*/, uint32_t meter_profile_i
 	VASK_P4_LOG(DEBUG, "\n* meter profile input params dump :");
 	VASK_P4_LOG_DUMP(DEBUG, "      meter_profile_id\t: %#x", meter_profile_id);
 	VASK_P4_LOG_DUMP(DEBUG, "      packet_mode\t\t\t: %#x", profile->packet_mode);
-	VASK_P4_LOG_DUMP(DEBUG, "      alg\t\t\t\t\t: %#x", profile->alg);
+	VASK_P4_LOG_DUMP(DEBUG, "      alg\t\t\t\t\t: %#x", vask_p4_enum_number(&profile->alg));
 	VASK_P4_LOG_DUMP(DEBUG, "      cir\t\t\t\t\t: %lu", profile->trtcm_rfc4115.cir);
 	VASK_P4_LOG_DUMP(DEBUG, "      eir\t\t\t\t\t: %lu", profile->trtcm_rfc4115.eir);
 	VASK_P4_LOG_DUMP(DEBUG, "      cbs\t\t\t\t\t: %lu", profile->trtcm_rfc4115.cbs);

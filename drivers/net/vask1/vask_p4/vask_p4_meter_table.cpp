@@ -19,10 +19,13 @@ talvora_p4_offload_meter_profile_convert_from_std_2_nstd(
 	if (profile == nullptr || entry == nullptr)
 		return -1;
 
-	profile->alg = static_cast<enum rte_mtr_algorithm>(entry->meter_rfc + 1);
+	/* 3 gives a number that no algorithm has, and is stored all the same. */
+	const unsigned int alg = entry->meter_rfc + 1;
+
+	memcpy(&profile->alg, &alg, sizeof(alg));
 	profile->packet_mode = entry->packet_mode;
 
-	switch (profile->alg) {
+	switch (alg) {
 	case RTE_MTR_SRTCM_RFC2697:
 		profile->srtcm_rfc2697.cir = entry->cir;
 		profile->srtcm_rfc2697.cbs = entry->cbs;
