@@ -16,6 +16,7 @@
 #include "vask_queue.h"
 #include "vask_rxtx.h"
 #include "vask_stats.h"
+#include "vask_uplink_ops.h"
 
 namespace
 {
@@ -158,18 +159,6 @@ queue_states(struct rte_eth_dev *dev, uint8_t state)
 }
 
 int
-link_update(struct rte_eth_dev *dev, int)
-{
-	struct vask_port *port = vask_port_of(dev);
-	const uint16_t uplink = port->uplink.burst_id;
-	struct rte_eth_link link = {};
-
-	if (uplink == VASK_UPLINK_NONE || rte_eth_link_get_nowait(uplink, &link) != 0)
-		link = {};
-	return rte_eth_linkstatus_set(dev, &link);
-}
-
-int
 dev_start(struct rte_eth_dev *dev)
 {
 	const int rc = vask_uplink_start(vask_port_of(dev));
@@ -195,7 +184,7 @@ dev_stop(struct rte_eth_dev *dev)
 					static_cast<struct vask_queue *>(dev->data->tx_queues[i]));
 	rc = vask_uplink_stop(port);
 	queue_states(dev, RTE_ETH_QUEUE_STATE_STOPPED);
-	link_update(dev, 0);
+	vask_uplink_link_update(dev, 0);
 	return rc;
 }
 
@@ -236,40 +225,6 @@ dev_reset(struct rte_eth_dev *dev)
 	return vask_flow_port_init(port);
 }
 
-/* A filter of addresses that the uplink does not have lets everything through. */
-int
-uplink_filter(struct rte_eth_dev *dev, int (*set)(uint16_t port_id))
-{
-	const uint16_t uplink = vask_port_of(dev)->uplink.port_id;
-	const int rc = uplink == VASK_UPLINK_NONE ? 0 : set(uplink);
-
-	return rc == -ENOTSUP ? 0 : rc;
-}
-
-int
-promiscuous_enable(struct rte_eth_dev *dev)
-{
-	return uplink_filter(dev, rte_eth_promiscuous_enable);
-}
-
-int
-promiscuous_disable(struct rte_eth_dev *dev)
-{
-	return uplink_filter(dev, rte_eth_promiscuous_disable);
-}
-
-int
-allmulticast_enable(struct rte_eth_dev *dev)
-{
-	return uplink_filter(dev, rte_eth_allmulticast_enable);
-}
-
-int
-allmulticast_disable(struct rte_eth_dev *dev)
-{
-	return uplink_filter(dev, rte_eth_allmulticast_disable);
-}
-
 /* The card does not look at addresses; ethdev keeps it. */
 int
 mac_addr_set(struct rte_eth_dev *, struct rte_ether_addr *)
@@ -289,40 +244,6 @@ vlan_offload_set(struct rte_eth_dev *dev, int mask)
 				static_cast<struct vask_queue *>(dev->data->rx_queues[i])
 					->strip_vlan = strip;
 	return 0;
-}
-
-int
-rss_hash_update(struct rte_eth_dev *dev, struct rte_eth_rss_conf *conf)
-{
-	const uint16_t uplink = vask_port_of(dev)->uplink.port_id;
-
-	return uplink == VASK_UPLINK_NONE ? -ENODEV : rte_eth_dev_rss_hash_update(uplink, conf);
-}
-
-int
-rss_hash_conf_get(struct rte_eth_dev *dev, struct rte_eth_rss_conf *conf)
-{
-	const uint16_t uplink = vask_port_of(dev)->uplink.port_id;
-
-	return uplink == VASK_UPLINK_NONE ? -ENODEV : rte_eth_dev_rss_hash_conf_get(uplink, conf);
-}
-
-int
-reta_update(struct rte_eth_dev *dev, struct rte_eth_rss_reta_entry64 *reta, uint16_t size)
-{
-	const uint16_t uplink = vask_port_of(dev)->uplink.port_id;
-
-	return uplink == VASK_UPLINK_NONE ? -ENODEV
-					  : rte_eth_dev_rss_reta_update(uplink, reta, size);
-}
-
-int
-reta_query(struct rte_eth_dev *dev, struct rte_eth_rss_reta_entry64 *reta, uint16_t size)
-{
-	const uint16_t uplink = vask_port_of(dev)->uplink.port_id;
-
-	return uplink == VASK_UPLINK_NONE ? -ENODEV
-					  : rte_eth_dev_rss_reta_query(uplink, reta, size);
 }
 
 /* In the unit of the mbufs' timestamps. */
@@ -358,18 +279,18 @@ eth_dev_ops_fill()
 	ops.rx_queue_release = rx_queue_release;
 	ops.tx_queue_setup = tx_queue_setup;
 	ops.tx_queue_release = tx_queue_release;
-	ops.link_update = link_update;
-	ops.promiscuous_enable = promiscuous_enable;
-	ops.promiscuous_disable = promiscuous_disable;
-	ops.allmulticast_enable = allmulticast_enable;
-	ops.allmulticast_disable = allmulticast_disable;
+	ops.link_update = vask_uplink_link_update;
+	ops.promiscuous_enable = vask_uplink_promiscuous_enable;
+	ops.promiscuous_disable = vask_uplink_promiscuous_disable;
+	ops.allmulticast_enable = vask_uplink_allmulticast_enable;
+	ops.allmulticast_disable = vask_uplink_allmulticast_disable;
 	ops.mac_addr_set = mac_addr_set;
 	ops.mtu_set = mtu_set;
 	ops.vlan_offload_set = vlan_offload_set;
-	ops.rss_hash_update = rss_hash_update;
-	ops.rss_hash_conf_get = rss_hash_conf_get;
-	ops.reta_update = reta_update;
-	ops.reta_query = reta_query;
+	ops.rss_hash_update = vask_uplink_rss_hash_update;
+	ops.rss_hash_conf_get = vask_uplink_rss_hash_conf_get;
+	ops.reta_update = vask_uplink_reta_update;
+	ops.reta_query = vask_uplink_reta_query;
 	ops.stats_get = vask_stats_get;
 	ops.stats_reset = vask_stats_reset;
 	ops.xstats_get = vask_xstats_get;
