@@ -2,6 +2,8 @@
 /* The life of ports: probe, close, and what stands or falls with them. */
 #include "port_test.h"
 
+#include <rte_eal.h>
+
 #include "rte_pmd_net_vask1.h"
 
 namespace vask_test
@@ -188,6 +190,28 @@ TEST_F(PortLife, RefusedProbeLeavesTheFaultsThatWereSetBefore)
 		0);
 	EXPECT_EQ(add_profile(port, 5, 80000, 20480, 20480), -EBUSY);
 	EXPECT_EQ(add_profile(port, 5, 80000, 20480, 20480), 0) << "a fault of the refused port";
+}
+
+/* Whoever ends without closing anything: the environment removes the devices, in the order of their probe. */
+TEST_F(PortLife, EndOfTheEnvironmentRemovesPortsThatRun)
+{
+	const auto leave = [this](bool uplink_first) {
+		if (uplink_first)
+			make_wire("wire");
+		ASSERT_EQ(probe("net_vask1_0", "uplink=net_ring_wire"), 0);
+		if (!uplink_first)
+			make_wire("wire");
+		const uint16_t port = port_of("net_vask1_0");
+		ASSERT_EQ(add_profile(port, 5, 80000, 20480, 20480), 0);
+		ASSERT_EQ(create_meter(port, 9, 5, 0, RECEIVE), 0);
+		ASSERT_NE(add_meter_rule(port, IPPROTO_UDP, 9), nullptr);
+		ASSERT_EQ(start(port), 0);
+		exit(rte_eal_cleanup() == 0 ? 42 : 1);
+	};
+
+	GTEST_FLAG_SET(death_test_style, "threadsafe");
+	EXPECT_EXIT(leave(true), testing::ExitedWithCode(42), "");
+	EXPECT_EXIT(leave(false), testing::ExitedWithCode(42), "");
 }
 
 } // namespace vask_test
