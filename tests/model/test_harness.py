@@ -82,6 +82,22 @@ class Harness(unittest.TestCase):
         self.assertEqual([name for name in known if f"`{name}`" not in text], [])
 
 
+class Mutations(unittest.TestCase):
+    """The kept list against the sources, without building anything."""
+
+    def test_every_mutation_finds_its_line_and_changes_it(self):
+        here = os.path.dirname(ECHO)
+        with open(os.path.join(here, "mutations.jsonl"), encoding="utf-8") as file:
+            mutations = [json.loads(line) for line in file]
+        self.assertGreaterEqual(len(mutations), 100)
+        self.assertEqual(len({json.dumps(mutation) for mutation in mutations}), len(mutations))
+        for mutation in mutations:
+            with open(os.path.join(here, "../..", mutation["file"]), encoding="utf-8") as file:
+                lines = "\n" + file.read()
+            self.assertGreater(lines.count("\n" + mutation["before"] + "\n"), mutation["nth"], mutation)
+            self.assertNotEqual(mutation["before"], mutation["after"])
+
+
 class Examples(unittest.TestCase):
     """The model against a few results worked out by hand."""
 
