@@ -1,13 +1,10 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
-#include <cstring>
-
-#include <rte_ether.h>
 #include <rte_mbuf.h>
 #include <rte_rcu_qsbr.h>
 #include <rte_ring.h>
 
-#include "softcard.h"
 #include "softcard_shaper.h"
+#include "vask_police.h"
 #include "vask_queue.h"
 #include "vask_rxtx.h"
 
@@ -37,92 +34,6 @@ struct burst_scope {
 		return q->port->uplink.burst_id.load(std::memory_order_acquire);
 	}
 };
-
-/* Drops and counts the packets of a mask. */
-void
-drop(struct vask_queue *q, uint64_t mask, enum vask_counter counter)
-{
-	if (mask != 0)
-		vask_queue_count(q, counter, softcard_burst_drop(&q->burst, mask));
-}
-
-uint64_t
-bytes_of(const struct softcard_burst *b, uint64_t mask)
-{
-	uint64_t bytes = 0;
-
-	for (; mask != 0; mask &= mask - 1)
-		bytes += b->pkts[__builtin_ctzll(mask)]->pkt_len;
-	return bytes;
-}
-
-/* Takes the outermost tag off; a frame whose bytes others share is copied first. */
-uint16_t
-strip(struct vask_queue *q, struct rte_mbuf **pkt)
-{
-	struct rte_mbuf *m = *pkt;
-
-	if (m->data_len < sizeof(struct rte_ether_hdr) + sizeof(struct rte_vlan_hdr) ||
-		rte_pktmbuf_mtod(m, struct rte_ether_hdr *)->ether_type !=
-			RTE_BE16(RTE_ETHER_TYPE_VLAN))
-		return 0;
-	if (!RTE_MBUF_DIRECT(m) || rte_mbuf_refcnt_read(m) > 1) {
-		m = rte_pktmbuf_copy(*pkt, q->pool, 0, UINT32_MAX);
-		if (m == nullptr)
-			return 0;
-		rte_pktmbuf_free(*pkt);
-		*pkt = m;
-	}
-	return rte_vlan_strip(m) == 0 ? sizeof(struct rte_vlan_hdr) : 0;
-}
-
-/* Whether somebody wants the times of packets that no meter looks at. */
-bool
-needs_times(const struct vask_queue *q)
-{
-	return q->leave_times || q->shaper != nullptr || q->port->clock.capture;
-}
-
-/* Whether packets pass as they are, so that they need not go through the queue's burst. */
-bool
-passes_through(const struct vask_queue *q)
-{
-	uint32_t port_meter;
-
-	return vask_flow_idle(q->port, q->dir, &port_meter) &&
-		softcard_port_mtu(vask_port_sfi(q->port)) == 0 && !needs_times(q) &&
-		!q->strip_vlan.load(std::memory_order_relaxed);
-}
-
-/* Rules, engine and MTU; what is dropped is gone afterwards. The burst's pkts and n are set. */
-void
-police(struct vask_queue *q)
-{
-	struct softcard_burst *b = &q->burst;
-	struct vask_flow_verdict *v = &q->verdict;
-	const uint16_t n = b->n;
-	const bool strip_vlan = q->strip_vlan.load(std::memory_order_relaxed);
-	uint64_t dropped;
-
-	vask_flow_classify(q->port, q->id, q->dir, b, v);
-	if (v->metered || needs_times(q))
-		vask_clock_stamp(&q->port->clock, b->pkts, n, b->now_ns);
-	if (strip_vlan)
-		for (uint16_t i = 0; i < n; i++)
-			b->taken_off[i] = strip(q, &b->pkts[i]);
-	else if (v->metered)
-		memset(b->taken_off, 0, n * sizeof(b->taken_off[0]));
-	if (q->leave_times)
-		vask_clock_mark(&q->port->clock, b->pkts, n, b->now_ns);
-
-	drop(q, v->drop_mask, VASK_FLOW_DROPPED_PACKETS);
-	if (v->metered) {
-		dropped = softcard_meter_burst(q->dir, b);
-		vask_queue_count(q, VASK_METER_DROPPED_BYTES, bytes_of(b, dropped));
-		drop(q, dropped, VASK_METER_DROPPED_PACKETS);
-	}
-	drop(q, softcard_mtu_burst(vask_port_sfi(q->port), b), VASK_MTU_DROPPED_PACKETS);
-}
 
 /* Gives the packets that rules send to other queues to those; the rest closes up. */
 void
@@ -205,7 +116,7 @@ rx_policed(struct vask_queue *q, uint16_t uplink, uint16_t n)
 
 	b->n = got;
 	if (got > 0) {
-		police(q);
+		vask_police(q);
 		if (q->verdict.diverted)
 			hand_over(q);
 	}
@@ -217,7 +128,7 @@ rx_direct(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 {
 	uint16_t done = rx_handed_over(q, pkts, n);
 
-	if (passes_through(q))
+	if (vask_police_idle(q))
 		return done + rte_eth_rx_burst(uplink, q->id, &pkts[done], n - done);
 	for (uint16_t room = n - done; room > 0;) {
 		const uint16_t want = RTE_MIN(room, SOFTCARD_BURST_MAX);
@@ -320,7 +231,7 @@ tx_policed(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16
 	for (uint16_t i = 0; i < n; i++)
 		b->pkts[i] = pkts[i];
 	b->n = n;
-	police(q);
+	vask_police(q);
 	if (q->shaper != nullptr) {
 		softcard_queue_put(q->shaper, b->pkts, b->now_ns, b->n);
 		return tx_shaped(q, uplink, false);
@@ -368,7 +279,7 @@ vask_tx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
 	while (done < n) {
 		const uint16_t want = RTE_MIN(static_cast<uint16_t>(n - done), SOFTCARD_BURST_MAX);
 
-		if (passes_through(q)) {
+		if (vask_police_idle(q)) {
 			const uint16_t taken = tx_through(q, uplink, &pkts[done], want);
 
 			done += taken;

@@ -1,0 +1,23 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+#ifndef VASK_POLICE_H
+#define VASK_POLICE_H
+
+/**
+ * @file
+ * What a burst meets on either side of a port: rules, engine and MTU. For the thread that bursts on the queue,
+ * which is on line in the port's rcu.
+ */
+
+struct vask_queue;
+
+/** Whether packets pass as they are, so that they need not go through the queue's burst. */
+bool vask_police_idle(const struct vask_queue *queue);
+
+/**
+ * Sends the queue's burst, whose n and pkts are set, through rules, engine and MTU. What is dropped is counted
+ * and gone afterwards; the others have closed up. Their times stand in now_ns when anybody asks for them, the
+ * queues that rules send them to in tag when the verdict is `diverted`.
+ */
+void vask_police(struct vask_queue *queue);
+
+#endif /* VASK_POLICE_H */
