@@ -15,58 +15,79 @@ static constexpr uint16_t AHEAD = 8;
 static void
 prefetch_meter(const struct softcard_meter *meters, uint32_t hw_meter_id)
 {
-	if (hw_meter_id >= SOFTCARD_METERS)
-		return;
-	rte_prefetch0(&meters[hw_meter_id]);
-	rte_prefetch0(&meters[hw_meter_id].packets);
+	/* one that does not exist costs a needless line, and no branch */
+	const struct softcard_meter &meter = meters[hw_meter_id % SOFTCARD_METERS];
+
+	rte_prefetch0(&meter);
+	rte_prefetch0(&meter.packets);
 }
 
 /*
- * Meters packets [first, end) of a burst, which share a meter whose lock is held. Returns the mask of those
- * to be dropped.
+ * Colours and counts packets [first, end) of a burst, which share a meter whose lock is held. Nothing is
+ * called and hardly anything branches: this is where the time goes.
+ *
+ * @return the mask of those to be dropped.
  */
 template <bool COLOR_AWARE>
 static uint64_t
-packets_meter(
+packets_color(
 	struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first, uint16_t end)
 {
-	/* On the stack, where storing a packet's colour cannot be thought to change them. */
-	const struct softcard_bucket_params params = meter.params;
-	const unsigned drop_colors = meter.drop_colors;
-	const unsigned dscp_colors = meter.dscp_colors;
-	const uint32_t original_length = -uint32_t{meter.original_length};
 	struct softcard_bucket_state state = meter.state;
 	uint64_t drop_mask = 0;
 
 	for (uint16_t i = first; i < end; i++) {
 		struct rte_mbuf *pkt = burst->pkts[i];
-		const uint32_t length =
-			rte_pktmbuf_pkt_len(pkt) + (burst->taken_off[i] & original_length);
+		const uint32_t length = rte_pktmbuf_pkt_len(pkt) +
+			(burst->taken_off[i] & -uint32_t{meter.original_length});
 		const enum rte_color in = COLOR_AWARE ? softcard_frame_color(pkt) : RTE_COLOR_GREEN;
-		const enum rte_color color = softcard_bucket_check(
-			params, state, burst->now_ns[i], in, softcard_bucket_cost(params, length));
+		const enum rte_color color = softcard_bucket_check(meter.params, state,
+			burst->now_ns[i], in, softcard_bucket_cost(meter.params, length));
 
 		rte_mbuf_sched_color_set(pkt, color);
 		meter.packets[color]++;
 		meter.bytes[color] += length;
-		drop_mask |= uint64_t{drop_colors >> color & 1} << i;
-		if (dscp_colors >> color & 1)
-			meter.rewritten +=
-				softcard_frame_dscp_write(&burst->pkts[i], meter.dscp[color]);
+		drop_mask |= uint64_t{meter.drop_colors >> color & 1u} << i;
 	}
 	meter.state = state;
 	return drop_mask;
 }
 
+/* Rewrites the DSCP of those packets [first, end) of a burst whose colour asks for it. */
+static __rte_noinline void
+packets_rewrite(
+	struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first, uint16_t end)
+{
+	for (uint16_t i = first; i < end; i++) {
+		const uint8_t color = rte_mbuf_sched_color_get(burst->pkts[i]);
+
+		if (meter.dscp_colors >> color & 1)
+			meter.rewritten +=
+				softcard_frame_dscp_write(&burst->pkts[i], meter.dscp[color]);
+	}
+}
+
+static __rte_noinline uint64_t
+packets_color_aware(
+	struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first, uint16_t end)
+{
+	return packets_color<true>(meter, burst, first, end);
+}
+
+/* Meters packets [first, end) of a burst, which share a meter. Returns the mask of those to be dropped. */
 static uint64_t
 meter_run(struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first, uint16_t end)
 {
 	uint64_t drop_mask = 0;
 
 	rte_spinlock_lock(&meter.lock);
-	if (meter.metering)
-		drop_mask = meter.color_aware ? packets_meter<true>(meter, burst, first, end)
-					      : packets_meter<false>(meter, burst, first, end);
+	if (likely(meter.metering)) {
+		drop_mask = unlikely(meter.color_aware)
+			? packets_color_aware(meter, burst, first, end)
+			: packets_color<false>(meter, burst, first, end);
+		if (unlikely(meter.dscp_colors != 0))
+			packets_rewrite(meter, burst, first, end);
+	}
 	rte_spinlock_unlock(&meter.lock);
 	return drop_mask;
 }

@@ -2,6 +2,8 @@
 
 /* The meter engines' operations, as the driver calls them. */
 
+#include <cinttypes>
+
 #include "softcard_call.h"
 #include "softcard_internal.h"
 
@@ -84,7 +86,7 @@ vask_p4_mep_read_meter_inst(
 			"dir=%d index=%u valid=%u profile_id=%u policy_id=%u is_color_aware=%u "
 			"use_original_packet_length=%u stats_bytes_type=%u stats_pkts_type=%u "
 			"bkt_c=%u bkt_e=%u drop_pkt_cnt=%u pkt_len_c=%u pkt_len_e=%u "
-			"drop_pkt_len_cnt=%lu",
+			"drop_pkt_len_cnt=%" PRIu64,
 			dir, hw_meter_id, p.valid, p.profile_id, p.policy_id, p.is_color_aware,
 			p.use_original_packet_length, p.stats_bytes_type, p.stats_pkts_type,
 			p.bkt_c, p.bkt_e, p.drop_pkt_cnt, p.pkt_len_c, p.pkt_len_e,
