@@ -171,20 +171,12 @@ write_record(int dir, const struct vask_p4_meter_cfg_node *node)
 			node->data.meter_id, node->data.hw_meter_id, dir, rc);
 }
 
-/* Takes a meter's records out of the card, but leaves those that the next holder of its index uses to him. */
-static void
-leave_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *holder)
+/* Whether a rule, or the binding of its port, uses an enabled meter in an engine. */
+static bool
+is_used(const struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *node, unsigned dir)
 {
-	const struct vask_meter_ref *next = holder != nullptr ? find_ref(key_of(holder)) : nullptr;
-
-	show_rules(ref, 0);
-	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++) {
-		if (next != nullptr && next->hw_meter_id == ref->hw_meter_id && next->engine[dir])
-			write_record(dir, holder);
-		else
-			softcard_meter_inst_clear(dir, ref->hw_meter_id);
-	}
-	ref->hw_meter_id = 0;
+	return (ref != nullptr && ref->engine[dir]) ||
+		softcard_port_meter(dir, node->data.port_sfi) == node->data.hw_meter_id;
 }
 
 /* Writes the records of an enabled meter that something uses. */
@@ -192,41 +184,55 @@ static void
 enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *node)
 {
 	const struct vask_p4_meter_cfg_entry *meter = &node->data;
-	bool engine[SOFTCARD_ENGINES];
-	bool used = false;
 
 	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++) {
-		engine[dir] = (ref != nullptr && ref->engine[dir]) ||
-			softcard_port_meter(dir, meter->port_sfi) == meter->hw_meter_id;
-		used |= engine[dir];
+		if (!is_used(ref, node, dir))
+			continue;
+		if (ref == nullptr)
+			ref = add_ref(key_of(node));
+		if (ref == nullptr) {
+			VASK_P4_LOG(ERR, "meter %u: no memory, its packets pass unmetered",
+				meter->meter_id);
+			return;
+		}
+		ref->engine[dir] = true;
+		write_record(dir, node);
+		ref->hw_meter_id = meter->hw_meter_id;
 	}
-	if (!used)
-		return;
-	if (ref == nullptr)
-		ref = add_ref(key_of(node));
-	if (ref == nullptr) {
-		VASK_P4_LOG(
-			ERR, "meter %u: no memory, its packets pass unmetered", meter->meter_id);
-		return;
-	}
-	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++) {
-		ref->engine[dir] = engine[dir];
-		if (engine[dir])
-			write_record(dir, node);
-	}
-	ref->hw_meter_id = meter->hw_meter_id;
-	show_rules(ref, meter->hw_meter_id);
+	if (ref != nullptr)
+		show_rules(ref, ref->hw_meter_id);
 }
 
-/* `found`: the meter, null when it is absent or disabled. `holder`: who else is on the index it may leave. */
+/* Takes a meter's records out of the card, but for those that a meter which shares its index uses. */
 static void
-refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *found,
-	const struct vask_p4_meter_cfg_node *holder)
+leave_index(struct vask_meter_ref *ref)
 {
-	const uint32_t old_index = ref != nullptr ? ref->hw_meter_id : 0;
+	const struct vask_p4_meter_cfg_node *node;
+	const uint32_t index = ref->hw_meter_id;
+	bool used[SOFTCARD_ENGINES] = {};
 
-	if (old_index != 0 && (found == nullptr || found->data.hw_meter_id != old_index))
-		leave_index(ref, holder);
+	show_rules(ref, 0);
+	ref->hw_meter_id = 0;
+	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
+		if (!node->data.enable || node->data.hw_meter_id != index)
+			continue;
+		struct vask_meter_ref *sharer = find_ref(key_of(node));
+		for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
+			used[dir] |= is_used(sharer, node, dir);
+		enter_index(sharer, node);
+	}
+	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
+		if (!used[dir])
+			softcard_meter_inst_clear(dir, index);
+}
+
+/* `found`: the meter, or null when it is absent or disabled. */
+static void
+refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *found)
+{
+	if (ref != nullptr && ref->hw_meter_id != 0 &&
+		(found == nullptr || found->data.hw_meter_id != ref->hw_meter_id))
+		leave_index(ref);
 	if (found != nullptr)
 		enter_index(ref, found);
 	else if (ref != nullptr)
@@ -237,7 +243,7 @@ refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *found,
 static void
 refresh_meters_0()
 {
-	std::array<const struct vask_p4_meter_cfg_node *, SOFTCARD_METERS> holder = {};
+	std::array<bool, SOFTCARD_METERS> held = {};
 	const struct vask_p4_meter_cfg_node *node;
 	struct vask_meter_ref *gone = nullptr;
 	const void *key;
@@ -245,48 +251,34 @@ refresh_meters_0()
 	uint32_t next = 0;
 
 	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
-		if (node->data.meter_id == 0 && find_ref(key_of(node)) == nullptr)
-			enter_index(nullptr, node);
-		/* a meter 0 before others that share its index */
-		if (node->data.enable && node->data.hw_meter_id < SOFTCARD_METERS &&
-			(holder[node->data.hw_meter_id] == nullptr || node->data.meter_id == 0))
-			holder[node->data.hw_meter_id] = node;
+		if (node->data.meter_id != 0)
+			continue;
+		held[node->data.hw_meter_id] = true;
+		enter_index(find_ref(key_of(node)), node);
 	}
 	while (refs != nullptr && rte_hash_iterate(refs, &key, &ref, &next) >= 0) {
 		const struct ref_key *k = static_cast<const struct ref_key *>(key);
 
-		if (k->meter_id == 0 &&
-			(holder[k->index] == nullptr || holder[k->index]->data.meter_id != 0))
+		if (k->meter_id == 0 && !held[k->index])
 			gone = static_cast<struct vask_meter_ref *>(ref);
 	}
 	if (gone != nullptr)
-		refresh(gone, nullptr, holder[gone->hw_meter_id]);
+		refresh(gone, nullptr);
 }
 
 void
 vask_meter_refresh(uint32_t meter_id)
 {
-	struct vask_meter_ref *ref = find_ref({meter_id, 0});
-	const uint32_t old_index = ref != nullptr ? ref->hw_meter_id : 0;
-	const struct vask_p4_meter_cfg_node *node, *found = nullptr, *holder = nullptr;
+	const struct vask_p4_meter_cfg_node *node;
 
 	if (meter_id == 0) {
 		refresh_meters_0();
 		return;
 	}
-	/* one walk for both: the meter, and who else is on the index that it may leave */
-	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
-		if (found == nullptr && node->data.meter_id == meter_id) {
-			found = node;
-			if (node->data.enable &&
-				(old_index == 0 || old_index == node->data.hw_meter_id))
-				break;
-		} else if (old_index != 0 && node->data.hw_meter_id == old_index &&
-			node->data.enable) {
-			holder = node;
-		}
-	}
-	if (found != nullptr && (!found->data.enable || found->data.hw_meter_id == 0))
-		found = nullptr;
-	refresh(ref, found, holder);
+	TAILQ_FOREACH (node, &vask_p4_meter_list, next)
+		if (node->data.meter_id == meter_id)
+			break;
+	if (node != nullptr && (!node->data.enable || node->data.hw_meter_id == 0))
+		node = nullptr;
+	refresh(find_ref({meter_id, 0}), node);
 }
