@@ -133,6 +133,28 @@ TEST_F(Queue, QueuesOfOnePortShareItsRate)
 	softcard_queue_free(other);
 }
 
+TEST_F(Queue, QueuesOfAShaperThatIsOffDoNotWaitForEachOther)
+{
+	Make(RX, 3);
+	softcard_queue *other = softcard_queue_create(RX, 4, 64, SOCKET_ID_ANY);
+	Put(1000 * S, {1000});
+	EXPECT_THAT(Get(1000 * S), ElementsAre(1000 * S));
+	std::swap(queue, other);
+	Put(5 * US, {1000, 1000});
+	EXPECT_THAT(Get(5 * US), ElementsAre(5 * US, 5 * US));
+	softcard_queue_free(other);
+}
+
+TEST_F(Queue, FramesKeepTheirOrderWhenTheShaperIsTurnedOff)
+{
+	ASSERT_EQ(SetPortShaper(3, 8000), 0);
+	Make(TX);
+	Put(0, {1000, 1000, 1000});
+	EXPECT_THAT(Get(1 * MS), ElementsAre(0, 1 * MS));
+	ASSERT_EQ(SetPortShaper(3, 0), 0);
+	EXPECT_THAT(Get(1 * MS), ElementsAre(1 * MS));
+}
+
 TEST_F(Queue, ANewRateGovernsTheFramesThatWait)
 {
 	ASSERT_EQ(SetPortShaper(3, 8000), 0);

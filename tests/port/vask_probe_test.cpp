@@ -214,4 +214,17 @@ TEST_F(PortLife, EndOfTheEnvironmentRemovesPortsThatRun)
 	EXPECT_EXIT(leave(false), testing::ExitedWithCode(42), "");
 }
 
+TEST_F(PortLife, PortsThatEnforceShapersShareAClock)
+{
+	ASSERT_EQ(probe("net_vask1_0", "shapers=enforce,clock=capture"), 0);
+	log();
+	EXPECT_EQ(probe("net_vask1_1", "shapers=enforce"), -EINVAL);
+	EXPECT_NE(log().find(
+			  "net_vask1_1: clock=tsc is refused: net_vask1_0 enforces shapers too, so "
+			  "capture is accepted"),
+		std::string::npos);
+	EXPECT_EQ(probe("net_vask1_1", "shapers=enforce,clock=capture"), 0);
+	EXPECT_EQ(probe("net_vask1_2", "clock=tsc"), 0);
+}
+
 } // namespace vask_test

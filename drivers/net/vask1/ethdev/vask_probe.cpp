@@ -60,6 +60,32 @@ take_sfi(struct vask_port *port)
 	return 0;
 }
 
+const char *
+clock_name(const struct vask_port *port)
+{
+	return port->args.clock == vask_clock_source::CAPTURE ? "capture" : "tsc";
+}
+
+/* The scheduler has one shaper for all ports, and so one time. */
+int
+check_clock(const struct vask_port *port)
+{
+	const struct vask_port *other;
+
+	if (port->args.shapers != vask_shapers::ENFORCE)
+		return 0;
+	TAILQ_FOREACH (other, &vask_ports, next)
+		if (other->args.shapers == vask_shapers::ENFORCE &&
+			other->args.clock != port->args.clock) {
+			VASK_P4_LOG(ERR,
+				"%s: clock=%s is refused: %s enforces shapers too, so %s is accepted",
+				port->data->name, clock_name(port), other->data->name,
+				clock_name(other));
+			return -EINVAL;
+		}
+	return 0;
+}
+
 int
 create_rcu(struct vask_port *port)
 {
@@ -98,6 +124,8 @@ port_init(struct vask_port *port)
 		return -ENOSPC;
 	}
 	rc = take_sfi(port);
+	if (rc == 0)
+		rc = check_clock(port);
 	if (rc == 0)
 		rc = vask_clock_init(&port->clock, &port->args);
 	if (rc == 0)

@@ -25,6 +25,7 @@ struct softcard_queue {
 	uint32_t capacity;
 	uint32_t head; /* slot of the oldest packet */
 	uint64_t last_arrival_ns;
+	uint64_t last_release_ns;
 	/* Written by the queue's thread, read by any. */
 	std::atomic<uint32_t> waiting;
 	std::atomic<uint64_t> packets;
@@ -108,10 +109,12 @@ softcard_queue_get(struct softcard_queue *queue, uint64_t now_ns, struct rte_mbu
 		const uint32_t length = rte_pktmbuf_pkt_len(slot.pkt);
 		uint64_t when_ns;
 
-		if (!softcard_shaper_release(queue->shaper, slot.arrival_ns, length, &when_ns) ||
+		if (!softcard_shaper_release(queue->shaper,
+			    std::max(slot.arrival_ns, queue->last_release_ns), length, &when_ns) ||
 			when_ns > now_ns)
 			break;
 		softcard_shaper_charge(queue->shaper, when_ns, length);
+		queue->last_release_ns = when_ns;
 		pkts[out] = slot.pkt;
 		if (release_ns != nullptr)
 			release_ns[out] = when_ns;

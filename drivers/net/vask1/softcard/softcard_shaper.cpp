@@ -83,6 +83,13 @@ softcard_shaper_of(int dir, uint16_t port_sfi)
 					  : &softcard->port_shapers[port_sfi];
 }
 
+/* Off, or below its resolution, a shaper keeps no time: ports need not agree on one. */
+static bool
+limits(const struct softcard_shaper &shaper)
+{
+	return shaper.enabled && shaper.rate != 0;
+}
+
 bool
 softcard_shaper_release(
 	struct softcard_shaper *shaper, uint64_t earliest_ns, uint32_t length, uint64_t *release_ns)
@@ -90,12 +97,12 @@ softcard_shaper_release(
 	if (shaper->closed)
 		return false;
 
-	const uint64_t ready_ns = std::max(earliest_ns, shaper->last_ns);
-	if (!shaper->enabled || shaper->rate == 0) {
-		*release_ns = ready_ns;
+	if (!limits(*shaper)) {
+		*release_ns = earliest_ns;
 		return true;
 	}
 
+	const uint64_t ready_ns = std::max(earliest_ns, shaper->last_ns);
 	const uint64_t cost = shaper->packet_mode ? PACKET_COST : length * BYTE_COST;
 	const uint64_t allowed = shaper->burst > cost ? shaper->burst - cost : 0;
 	uint64_t wait_ns = 0;
@@ -110,11 +117,12 @@ softcard_shaper_charge(struct softcard_shaper *shaper, uint64_t release_ns, uint
 {
 	uint64_t paid;
 
+	if (!limits(*shaper))
+		return;
 	if (__builtin_mul_overflow(release_ns - shaper->last_ns, shaper->rate, &paid))
 		paid = UINT64_MAX;
 	shaper->debt -= std::min(paid, shaper->debt);
-	if (shaper->enabled && shaper->rate != 0)
-		shaper->debt += shaper->packet_mode ? PACKET_COST : length * BYTE_COST;
+	shaper->debt += shaper->packet_mode ? PACKET_COST : length * BYTE_COST;
 	shaper->last_ns = release_ns;
 }
 
