@@ -249,6 +249,24 @@ TEST(FlowTable, WhatABurstMaySeeIsKeptUntilItEnds)
 	EXPECT_EQ(retired(), 0u);
 }
 
+TEST(FlowTable, ARemovedRuleIsOutOfForceWhileABurstMaySeeIt)
+{
+	/* once without rte_hash, once with */
+	for (uint32_t others : {1u, 500u}) {
+		Tables tables;
+		for (uint32_t n = 0; n < others; n++)
+			tables.Add(SourceRule(1000 + n * 2654435761, 1));
+		rte_flow *rule = tables.Add(SourceRule(7, 9));
+
+		EXPECT_EQ(View(tables)->entry[0].tuple->hash != nullptr, others == 500);
+		rte_rcu_qsbr_thread_online(tables.port.rcu, 3);
+		tables.Remove(rule);
+		EXPECT_EQ(rule->hw_meter_id, 9u);
+		EXPECT_EQ(tables.MeterOf(SourceFrame(7)), 0u);
+		rte_rcu_qsbr_thread_offline(tables.port.rcu, 3);
+	}
+}
+
 TEST(FlowTable, QueueAndDropAreTheVerdictOfThePacketsTheyMatch)
 {
 	Tables tables;
