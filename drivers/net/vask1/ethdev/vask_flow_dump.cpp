@@ -4,7 +4,7 @@
 #include <cstddef>
 
 #include "vask_flow_dump.h"
-#include "vask_flow_table.h"
+#include "vask_flow_rule.h"
 
 enum format {
 	HEX,     /* number as it stands on the wire */

@@ -7,17 +7,14 @@
  * From an application's rte_flow rule to what the rule tables hold.
  */
 
-#include "vask_flow_table.h"
+#include "vask_flow_rule.h"
 
 constexpr uint32_t VASK_FLOW_PRIORITY_MAX = UINT16_MAX;
 
 /**
  * Checks a rule and translates it.
  *
- * Items stand in the order of the headers: eth, up to two vlan, ipv4 or ipv6, udp or tcp, with void
- * anywhere. The lowest ones may be left out and then match anything; a pattern that begins at eth has no
- * gap but for the VLAN tags, which match with none named, unless eth's type or has_vlan says otherwise.
- * Masks may have any bits; without a mask DPDK's default for the item holds. Ranges (`last`) are refused.
+ * Items as of vask_flow_items_parse().
  *
  * Actions: any of METER, COUNT, one of QUEUE (ingress), DROP and PASSTHRU; without one of these three
  * packets go on as if there were no rule. A rule that drops does not meter.

@@ -6,7 +6,7 @@
 #include <rte_malloc.h>
 
 #include "softcard.h"
-#include "vask_flow_table.h"
+#include "vask_flow_rule.h"
 #include "vask_meter_ref.h"
 #include "vask_p4_log.h"
 #include "vask_p4_meter.h"
