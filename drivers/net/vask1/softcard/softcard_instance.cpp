@@ -3,7 +3,6 @@
 /* Meter instances: from the engine's records to what packets use, and back to a record with counters. */
 
 #include <algorithm>
-#include <cerrno>
 
 #include <rte_bitops.h>
 #include <rte_common.h>
@@ -130,11 +129,9 @@ int
 softcard_meter_inst_write(
 	int dir, uint32_t hw_meter_id, const struct vask_p4_mep_meter_inst_table *inst)
 {
-	const int rc = softcard_engine_check(dir, hw_meter_id, SOFTCARD_METERS);
+	const int rc = softcard_record_check(dir, hw_meter_id, SOFTCARD_METERS, inst);
 	if (rc != 0)
 		return rc;
-	if (inst == nullptr)
-		return -EINVAL;
 
 	struct softcard_engine &engine = softcard->engines[dir];
 	struct vask_p4_mep_meter_inst_table &entry = engine.insts[hw_meter_id];
@@ -227,11 +224,9 @@ softcard_meter_inst_fill(int dir, uint32_t hw_meter_id, const struct softcard_me
 int
 softcard_meter_inst_read(int dir, uint32_t hw_meter_id, struct vask_p4_mep_meter_inst_table *inst)
 {
-	const int rc = softcard_engine_check(dir, hw_meter_id, SOFTCARD_METERS);
+	const int rc = softcard_record_check(dir, hw_meter_id, SOFTCARD_METERS, inst);
 	if (rc != 0)
 		return rc;
-	if (inst == nullptr)
-		return -EINVAL;
 
 	softcard_meter_inst_fill(dir, hw_meter_id, softcard_meter_copy(dir, hw_meter_id), inst);
 	return 0;

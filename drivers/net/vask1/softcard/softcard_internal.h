@@ -148,6 +148,9 @@ int softcard_mtu_write(uint32_t port_sfi, uint16_t mtu);
 
 /** Whether an engine has a table entry of that index. */
 int softcard_engine_check(int dir, uint32_t index, uint32_t entries);
+
+/** Likewise, and whether there is a record to be written or filled. */
+int softcard_record_check(int dir, uint32_t index, uint32_t entries, const void *record);
 /** @} */
 
 /** Brings what packets use of the meters in a set up to what the engine's tables hold. */

@@ -129,11 +129,9 @@ softcard_shaper_charge(struct softcard_shaper *shaper, uint64_t release_ns, uint
 int
 softcard_view_shaper(int dir, uint16_t port_sfi, struct softcard_shaper_view *view)
 {
-	const int rc = softcard_engine_check(dir, port_sfi, SOFTCARD_PORTS);
+	const int rc = softcard_record_check(dir, port_sfi, SOFTCARD_PORTS, view);
 	if (rc != 0)
 		return rc;
-	if (view == nullptr)
-		return -EINVAL;
 
 	struct softcard_shaper *shaper = softcard_shaper_of(dir, port_sfi);
 

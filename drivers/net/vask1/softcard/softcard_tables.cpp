@@ -62,6 +62,14 @@ softcard_engine_check(int dir, uint32_t index, uint32_t entries)
 	return index < entries ? 0 : -ERANGE;
 }
 
+int
+softcard_record_check(int dir, uint32_t index, uint32_t entries, const void *record)
+{
+	const int rc = softcard_engine_check(dir, index, entries);
+
+	return rc == 0 && record == nullptr ? -EINVAL : rc;
+}
+
 static void
 profile_set(int dir, uint32_t hw_profile_id, const struct vask_p4_mep_meter_profile_table &profile)
 {
@@ -84,11 +92,9 @@ int
 softcard_profile_write(
 	int dir, uint32_t hw_profile_id, const struct vask_p4_mep_meter_profile_table *profile)
 {
-	const int rc = softcard_engine_check(dir, hw_profile_id, SOFTCARD_PROFILES);
+	const int rc = softcard_record_check(dir, hw_profile_id, SOFTCARD_PROFILES, profile);
 	if (rc != 0)
 		return rc;
-	if (profile == nullptr)
-		return -EINVAL;
 
 	/* The driver writes profiles through the ingress engine only: it hands them on. */
 	if (dir == VASK_P4_MEP_INGRESS)
@@ -112,11 +118,9 @@ int
 softcard_policy_write(
 	int dir, uint32_t hw_policy_id, const struct vask_p4_mep_meter_policy_table *policy)
 {
-	const int rc = softcard_engine_check(dir, hw_policy_id, SOFTCARD_POLICIES);
+	const int rc = softcard_record_check(dir, hw_policy_id, SOFTCARD_POLICIES, policy);
 	if (rc != 0)
 		return rc;
-	if (policy == nullptr)
-		return -EINVAL;
 
 	if (dir == VASK_P4_MEP_INGRESS)
 		policy_set(VASK_P4_MEP_INGRESS, hw_policy_id, *policy);

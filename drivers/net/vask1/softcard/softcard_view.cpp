@@ -2,7 +2,6 @@
 
 #include "softcard_view.h"
 
-#include <cerrno>
 #include <iterator>
 
 #include "softcard_internal.h"
@@ -10,11 +9,9 @@
 int
 softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *view)
 {
-	const int rc = softcard_engine_check(dir, hw_meter_id, SOFTCARD_METERS);
+	const int rc = softcard_record_check(dir, hw_meter_id, SOFTCARD_METERS, view);
 	if (rc != 0)
 		return rc;
-	if (view == nullptr)
-		return -EINVAL;
 
 	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
 	const struct softcard_dropped dropped = softcard_meter_dropped(meter);
@@ -73,11 +70,9 @@ int
 softcard_view_profile(
 	int dir, uint32_t hw_profile_id, struct vask_p4_mep_meter_profile_table *profile)
 {
-	const int rc = softcard_engine_check(dir, hw_profile_id, SOFTCARD_PROFILES);
+	const int rc = softcard_record_check(dir, hw_profile_id, SOFTCARD_PROFILES, profile);
 	if (rc != 0)
 		return rc;
-	if (profile == nullptr)
-		return -EINVAL;
 
 	*profile = softcard->engines[dir].profiles[hw_profile_id];
 	return 0;
@@ -86,11 +81,9 @@ softcard_view_profile(
 int
 softcard_view_policy(int dir, uint32_t hw_policy_id, struct vask_p4_mep_meter_policy_table *policy)
 {
-	const int rc = softcard_engine_check(dir, hw_policy_id, SOFTCARD_POLICIES);
+	const int rc = softcard_record_check(dir, hw_policy_id, SOFTCARD_POLICIES, policy);
 	if (rc != 0)
 		return rc;
-	if (policy == nullptr)
-		return -EINVAL;
 
 	*policy = softcard->engines[dir].policies[hw_policy_id];
 	return 0;
@@ -99,11 +92,10 @@ softcard_view_policy(int dir, uint32_t hw_policy_id, struct vask_p4_mep_meter_po
 int
 softcard_view_pipeline_profile(uint32_t index, struct qorn_meter_profile_table *profile)
 {
-	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, index, SOFTCARD_PIPELINE_ENTRIES);
+	const int rc = softcard_record_check(
+		VASK_P4_MEP_INGRESS, index, SOFTCARD_PIPELINE_ENTRIES, profile);
 	if (rc != 0)
 		return rc;
-	if (profile == nullptr)
-		return -EINVAL;
 
 	*profile = softcard->pipeline.profiles[index];
 	return 0;
@@ -112,11 +104,10 @@ softcard_view_pipeline_profile(uint32_t index, struct qorn_meter_profile_table *
 int
 softcard_view_pipeline_meter(uint32_t index, struct qorn_meter_table *meter)
 {
-	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, index, SOFTCARD_PIPELINE_ENTRIES);
+	const int rc =
+		softcard_record_check(VASK_P4_MEP_INGRESS, index, SOFTCARD_PIPELINE_ENTRIES, meter);
 	if (rc != 0)
 		return rc;
-	if (meter == nullptr)
-		return -EINVAL;
 
 	*meter = softcard->pipeline.meters[index];
 	return 0;
@@ -125,11 +116,9 @@ softcard_view_pipeline_meter(uint32_t index, struct qorn_meter_table *meter)
 int
 softcard_view_port(uint16_t port_sfi, struct softcard_port_view *view)
 {
-	const int rc = softcard_engine_check(VASK_P4_MEP_INGRESS, port_sfi, SOFTCARD_PORTS);
+	const int rc = softcard_record_check(VASK_P4_MEP_INGRESS, port_sfi, SOFTCARD_PORTS, view);
 	if (rc != 0)
 		return rc;
-	if (view == nullptr)
-		return -EINVAL;
 
 	view->rx_meter = softcard->engines[VASK_P4_MEP_INGRESS].outputs[port_sfi].load(
 		std::memory_order_relaxed);
