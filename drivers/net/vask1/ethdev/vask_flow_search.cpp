@@ -1,4 +1,6 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
+#include <array>
+
 #include <rte_mbuf.h>
 
 #include "vask_flow.h"
@@ -76,6 +78,18 @@ send_to(struct softcard_burst *burst, uint16_t i, uint16_t queue, uint16_t to,
 	burst->tag[i] = to;
 }
 
+static constexpr std::array<uint8_t, SOFTCARD_BURST_MAX>
+make_every_index()
+{
+	std::array<uint8_t, SOFTCARD_BURST_MAX> index = {};
+
+	for (size_t i = 0; i < index.size(); i++)
+		index[i] = i;
+	return index;
+}
+
+static constexpr std::array<uint8_t, SOFTCARD_BURST_MAX> every_index = make_every_index();
+
 /* The first rule in rank for each frame, or null. */
 static void
 search(const struct vask_flow_view *view, const struct vask_flow_frame *frames, uint16_t n,
@@ -83,11 +97,9 @@ search(const struct vask_flow_view *view, const struct vask_flow_frame *frames, 
 {
 	uint8_t index[SOFTCARD_BURST_MAX];
 
-	for (uint16_t i = 0; i < n; i++) {
+	for (uint16_t i = 0; i < n; i++)
 		best[i] = nullptr;
-		index[i] = i;
-	}
-	vask_flow_tuple_search(view->entry[0].tuple, frames, index, n, best);
+	vask_flow_tuple_search(view->entry[0].tuple, frames, every_index.data(), n, best);
 	for (uint32_t t = 1; t < view->n; t++) {
 		const uint64_t rank = view->entry[t].best_rank;
 		uint16_t left = 0;

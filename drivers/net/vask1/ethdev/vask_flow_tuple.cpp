@@ -226,10 +226,35 @@ search_hash(const struct vask_flow_tuple *tuple, const void **keys, hash_sig_t *
 	}
 }
 
-/* N: the tuple's number of words, or 0 for any. */
+/* In the searches N is the tuple's number of words, or 0 for any. */
+
+/* A tuple of one slot, and so of one key: nothing to hash, no key to be made. */
 template <uint32_t N>
 static void
-search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
+search_one(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
+	const uint8_t *index, uint16_t n, struct rte_flow **best)
+{
+	const uint32_t n_words = N != 0 ? N : tuple->n_words;
+	struct rte_flow *rule = tuple->slots[0].load(std::memory_order_acquire);
+
+	if (rule == nullptr)
+		return;
+	for (uint16_t k = 0; k < n; k++) {
+		const struct vask_flow_frame *frame = &frames[index[k]];
+		const uint8_t *offset = tuple->offset[frame->plain];
+		uint64_t diff = (frame->word0 & tuple->mask[0]) ^ rule->key[0];
+
+		for (uint32_t w = 1; w < n_words; w++)
+			diff |= (load_word(frame->base + offset[w]) & tuple->mask[w]) ^
+				rule->key[w];
+		if (diff == 0)
+			offer(rule, &best[index[k]]);
+	}
+}
+
+template <uint32_t N>
+static void
+search_slots(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
 	const uint8_t *index, uint16_t n, struct rte_flow **best)
 {
 	const uint32_t n_words = N != 0 ? N : tuple->n_words;
@@ -258,6 +283,17 @@ search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames
 	}
 	if (n_missed != 0 && tuple->hash != nullptr)
 		search_hash(tuple, missed_keys, sigs, missed, n_missed, best);
+}
+
+template <uint32_t N>
+static void
+search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
+	const uint8_t *index, uint16_t n, struct rte_flow **best)
+{
+	if (tuple->slot_mask == 0)
+		search_one<N>(tuple, frames, index, n, best);
+	else
+		search_slots<N>(tuple, frames, index, n, best);
 }
 
 void
