@@ -155,6 +155,20 @@ TEST_F(Engine, TheReservedActionPasses)
 	EXPECT_EQ(View(RX, 9).dropped_packets, 0u);
 }
 
+TEST_F(Engine, OneFrameSentThreeTimesInABurstHasThreeColours)
+{
+	MakeMeter(TX, 9, SMALL, PolicyRecord({0, 1, 1}, {0, 20, 30}));
+	rte_mbuf *pkt = MakeIpv4(1024);
+	rte_mbuf_refcnt_update(pkt, 2);
+	burst = Burst(9, 0, {pkt, pkt, pkt});
+	EXPECT_EQ(softcard_meter_burst(TX, &burst), 0u);
+	EXPECT_THAT(View(TX, 9).packets, ElementsAre(1, 1, 1));
+	EXPECT_EQ(Tos(0), 0);
+	EXPECT_EQ(Tos(1), 20 << 2);
+	EXPECT_EQ(Tos(2), 30 << 2);
+	EXPECT_EQ(View(TX, 9).rewritten, 2u);
+}
+
 TEST_F(Engine, FramesWithoutAnIpv4HeaderAreNotCountedAsRewritten)
 {
 	MakeMeter(RX, 9, SMALL, PolicyRecord({1, 1, 1}, {10, 20, 30}));
