@@ -59,7 +59,8 @@ add_replay_command(CLI::App &app)
 {
 	CLI::App *replay =
 		app.add_subcommand("replay", "What these meters do to the traffic of a capture");
-	replay->option_defaults()->take_last(); /* a script's options can be followed by one's own */
+	replay->option_defaults()
+		->take_last(); /* a script's options can be followed by one's own */
 	replay->add_option("CONFIG", config_path, "profiles, policies, meters and flow rules")
 		->required();
 	replay->add_option("CAPTURE", options.capture, "Ethernet frames, pcap or pcapng")

@@ -15,5 +15,6 @@ void add_testpmd_command(CLI::App &app);
 void add_tune_command(CLI::App &app);
 void add_units_command(CLI::App &app);
 void add_p4_command(CLI::App &app);
+void add_watch_command(CLI::App &app);
 
 #endif /* VASK_METER_COMMAND_H */

@@ -31,6 +31,7 @@ main(int argc, char **argv)
 	add_testpmd_command(app);
 	add_tune_command(app);
 	add_units_command(app);
+	add_watch_command(app);
 	add_p4_command(app);
 
 	try {

@@ -163,7 +163,8 @@ class Units(unittest.TestCase):
 
 class Program(unittest.TestCase):
     def test_every_command_has_help_with_an_example(self):
-        for command in (["units"], ["p4", "encode"], ["p4", "decode"]):
+        for command in (["replay"], ["tune"], ["units"], ["testpmd"], ["watch"], ["p4", "encode"],
+                        ["p4", "decode"]):
             with self.subTest(command=command):
                 done = run(*command, "--help")
                 self.assertEqual((done.returncode, done.stderr), (0, ""))
