@@ -62,7 +62,10 @@ while [ $# -gt 0 ]; do
 done
 
 scripts/install-packages "${packages[@]}"
-scripts/build "$dir" "${options[@]}"
+select+=("$@")
+# tests that were asked for by name bring what they need
+[ ${#select[@]} -eq 0 ] && targets=() || targets=(-- drivers/librte_net_vask1.so)
+scripts/build "$dir" "${options[@]}" "${targets[@]}"
 
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:strict_string_checks=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
@@ -70,7 +73,7 @@ if [ "$dir" = build-coverage ]; then
 	find "$dir" -name '*.gcda' -delete
 fi
 rm -f "$dir"/meson-logs/testlog*
-meson test -C "$dir" --no-rebuild --print-errorlogs "${select[@]}" "$@" || true
+meson test -C "$dir" --print-errorlogs "${select[@]}" || true
 
 if [ "$dir" = build-coverage ]; then
 	gcovr --root . --object-directory "$dir" --filter 'drivers/net/vask1/vask_p4/' --exclude-throw-branches
