@@ -5,7 +5,6 @@
 #include <cstring>
 #include <sched.h>
 #include <string>
-#include <unistd.h>
 
 #include <rte_bus_vdev.h>
 #include <rte_eal.h>
@@ -66,10 +65,9 @@ eal_session::eal_session(bool verbose)
 {
 	std::vector<std::string> args = {"vask-meter", "--no-huge", "--no-pci", "--no-telemetry",
 		"--no-shconf", "-m", "512", "--lcores", fmt::format("0@{}", first_allowed_cpu()),
-		"--file-prefix", fmt::format("vask-meter-{}", getpid())};
+		"--file-prefix", "vask-meter"};
 	if (!verbose)
-		args.insert(args.end(),
-			{"--log-level", "*:error", "--log-level", "pmd.net.vask1:critical"});
+		args.insert(args.end(), {"--log-level", "*:critical"});
 
 	std::vector<char *> argv;
 	for (std::string &a : args)

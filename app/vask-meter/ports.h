@@ -23,7 +23,7 @@ class eal_session
 {
       public:
 	/**
-	 * @param verbose  let DPDK and the driver log as they do by default; else only errors are shown.
+	 * @param verbose  let DPDK and the driver log as they do by default; else they are silent.
 	 * @throws vask_meter_error when EAL does not start.
 	 */
 	explicit eal_session(bool verbose);

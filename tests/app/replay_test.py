@@ -8,6 +8,7 @@ import os
 import pathlib
 import random
 import re
+import shutil
 import signal
 import struct
 import subprocess
@@ -231,6 +232,20 @@ class Report(unittest.TestCase):
     def test_a_second_run_gives_the_same_page_and_sampling_changes_no_result(self):
         self.assertEqual(self.report()[1], self.page)
         self.assertEqual(Run().json, self.run_.json)
+
+    @unittest.skipUnless(shutil.which("chromium"), "chromium is not installed")
+    def test_a_browser_shows_it_and_has_nothing_to_complain_about(self):
+        with tempfile.TemporaryDirectory() as folder:
+            page, shot = os.path.join(folder, "report.html"), os.path.join(folder, "shot.png")
+            pathlib.Path(page).write_text(self.page, encoding="utf-8")
+            for width in (400, 1000):
+                done = subprocess.run(
+                    ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--enable-logging=stderr",
+                     f"--user-data-dir={folder}/profile", f"--window-size={width},2000",
+                     f"--screenshot={shot}", "file://" + page], capture_output=True, text=True, check=True)
+                self.assertNotIn("CONSOLE", done.stderr)
+                # an empty page of this size has some 5 KB
+                self.assertGreater(os.path.getsize(shot), 50_000)
 
     def test_without_gnuplot_it_is_refused_and_nothing_stays(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -498,6 +513,22 @@ class Refusals(unittest.TestCase):
             self.assertEqual(p.returncode, 1)
             self.assertRegex(stderr, r"^vask-meter: .*/fifo: interrupted at frame \d+\n$")
             self.assertEqual(os.listdir(folder), ["fifo"])
+
+    @unittest.skipIf(os.environ.get("VASK_SANITIZE", "none") != "none", "a sanitizer needs more by itself")
+    def test_too_little_memory(self):
+        done = subprocess.run(["prlimit", "--as=400000000", VASK_METER, "replay", str(EXAMPLE), str(CAPTURE)],
+                              capture_output=True, text=True, check=False)
+        self.assertEqual(done.returncode, 1)
+        # EAL has its own line on standard error, whatever the log levels
+        self.assertRegex(done.stderr, r"^(EAL: .+\n)?vask-meter: EAL does not start: .+\n$")
+
+    def test_runs_side_by_side_leave_each_other_alone(self):
+        command = [VASK_METER, "replay", str(EXAMPLE), str(CAPTURE)]
+        runs = [subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+                for _ in range(4)]
+        outputs = {run.communicate()[0] for run in runs}
+        self.assertEqual(len(outputs), 1, outputs)
+        self.assertEqual([run.returncode for run in runs], [0] * 4)
 
     def test_jumbo_frames_pass(self):
         header = CAPTURE.read_bytes()[:24]
