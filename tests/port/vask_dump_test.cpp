@@ -77,6 +77,26 @@ TEST_F(Dump, ShowsWhatWasAskedBesideWhatTheCardHolds)
 	expect_in(text, "buckets 456/19456 and 480/20480");
 }
 
+TEST_F(Dump, ShowsTheUnitThatTheCardCountsIn)
+{
+	ASSERT_EQ(probe("net_vask1_0", ""), 0);
+	p4_meter_profile_t row = {};
+
+	row.cir = 1000;
+	row.packet_mode = 1;
+	ASSERT_EQ(rte_pmd_net_vask1_profile_add(5, &row), 0);
+	/* bit 0 is all that reaches the card, which then counts 8000 bytes for each unit */
+	row.packet_mode = 2;
+	ASSERT_EQ(rte_pmd_net_vask1_profile_add(6, &row), 0);
+	const std::string text = dump(port_of("net_vask1_0"));
+	expect_in(text,
+		"  profile 5: hardware 1, RFC 2697, packet mode, used by 0\n"
+		"    committed rate    : asked 1000, held 1000 packets/s (+0.00 %)\n");
+	expect_in(text,
+		"  profile 6: hardware 2, RFC 2697, byte mode, used by 0\n"
+		"    committed rate    : asked 1000, held 8000000 bytes/s (+799900.00 %)\n");
+}
+
 TEST_F(Dump, MarksAShaperBelowItsRegistersResolution)
 {
 	ASSERT_EQ(probe("net_vask1_0", ""), 0);

@@ -71,15 +71,14 @@ dump_quantity(FILE *file, const char *name, const char *unit, const struct vask_
 void
 dump_profile(FILE *file, const struct vask_p4_meter_profile *p)
 {
-	const bool packets = p->packet_mode != 0;
 	struct vask_profile_view v;
 
 	vask_view_profile(p, &v);
 	fprintf(file, "  profile %u: hardware %u, %s, %s, used by %u\n", p->profile_id,
-		p->hw_profile_id, v.algorithm, packets ? "packet mode" : "byte mode", p->ref_cnt);
-	dump_quantity(file, "committed rate", packets ? "packets/s" : "bytes/s", &v.cir);
+		p->hw_profile_id, v.algorithm, v.packets ? "packet mode" : "byte mode", p->ref_cnt);
+	dump_quantity(file, "committed rate", v.packets ? "packets/s" : "bytes/s", &v.cir);
 	dump_quantity(file, "committed burst", v.unit, &v.cbs);
-	dump_quantity(file, "excess/peak rate", packets ? "packets/s" : "bytes/s", &v.eir);
+	dump_quantity(file, "excess/peak rate", v.packets ? "packets/s" : "bytes/s", &v.eir);
 	dump_quantity(file, "excess/peak burst", v.unit, &v.ebs);
 }
 

@@ -22,14 +22,16 @@ void
 vask_view_profile(const struct vask_p4_meter_profile *p, struct vask_profile_view *view)
 {
 	struct vask_p4_mep_meter_profile_table held = {};
-	const unsigned mode = p->packet_mode != 0;
 
 	softcard_view_profile(VASK_P4_MEP_INGRESS, p->hw_profile_id, &held);
+	/* the card takes one bit of the mode: 2 is packets to the module, and bytes to the card */
+	const unsigned mode = held.valid ? held.pm : p->packet_mode != 0;
 	if (p->rfc2698_mode != 0)
 		view->algorithm = "RFC 2698";
 	else
 		view->algorithm = p->eir == 0 ? "RFC 2697" : "RFC 4115";
-	view->unit = mode ? "packets" : "bytes";
+	view->packets = mode != 0;
+	view->unit = view->packets ? "packets" : "bytes";
 	view->cir = {p->cir, held.cir * RATE_UNIT[mode]};
 	view->cbs = {p->cbs, held.cbs * BURST_UNIT[mode]};
 	view->eir = {p->eir, held.eir * RATE_UNIT[mode]};

@@ -25,7 +25,8 @@ double vask_quantity_error(const struct vask_quantity *quantity);
 
 struct vask_profile_view {
 	const char *algorithm; /* "RFC 2697", ... */
-	const char *unit;      /* of rates and bursts: "bytes" or "packets" */
+	const char *unit;      /* what the card counts: "bytes" or "packets" */
+	bool packets;          /* the latter */
 	struct vask_quantity cir;
 	struct vask_quantity cbs;
 	struct vask_quantity eir; /* excess or peak rate */
