@@ -64,6 +64,10 @@ class Documents(unittest.TestCase):
     def test_vask_meter(self):
         self.run_document("doc/vask-meter.md")
 
+    def test_tutorials(self):
+        for path in sorted((SOURCE / "doc" / "tutorials").glob("*.md")):
+            self.run_document(path.relative_to(SOURCE))
+
 
 class Guide(unittest.TestCase):
     @unittest.skipUnless(shutil.which("sphinx-build"), "needs sphinx-build (python3-sphinx)")
