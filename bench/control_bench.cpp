@@ -1,8 +1,9 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 /*
- * Times each operation of the meter module over lower layers that do nothing, its log lines filtered, and beside
- * it what the operation is built on: the bare call, a filtered log line, an allocation, a bare list walk. The
- * report adds these up to the budget that each operation is held against.
+ * Times each operation of the meter module, its log lines filtered, and beside it what the operation is built on:
+ * the bare call, a filtered log line, an allocation, a bare list walk. The report adds these up to the budget that
+ * each operation is held against. Two programs are made of this: the module alone over lower layers that do
+ * nothing, and the module as a net_vask1 port has it.
  */
 
 #include <algorithm>
@@ -14,8 +15,9 @@
 #include <benchmark/benchmark.h>
 #include <rte_cycles.h>
 
+#include "control_port.h"
 #include "control_setup.h"
-#include "null_seam.h"
+#include "instructions.h"
 #include "vask_p4_log.h"
 
 constexpr uint16_t PORT = 0;
@@ -303,7 +305,7 @@ static const operation operations[] = {
 static void
 time_operation(benchmark::State &bench, const operation &op, const control_state &state)
 {
-	null_seam_attach_port(false);
+	control_port_attach(false);
 	control_setup(state);
 	op.before(state);
 	const walks visits = op.visits(state);
@@ -312,9 +314,12 @@ time_operation(benchmark::State &bench, const operation &op, const control_state
 
 	for (auto _ : bench) {
 		op.before(state);
+		INSTRUCTIONS_TOGGLE();
 		const uint64_t start = now();
 		op.call(state);
-		bench.SetIterationTime(seconds_since(start));
+		const double seconds = seconds_since(start);
+		INSTRUCTIONS_TOGGLE();
+		bench.SetIterationTime(seconds);
 		op.after(state);
 	}
 
@@ -329,7 +334,7 @@ time_operation(benchmark::State &bench, const operation &op, const control_state
 static void
 time_fill(benchmark::State &bench, const control_state &state)
 {
-	null_seam_attach_port(false);
+	control_port_attach(false);
 	control_setup({0, state.profiles, state.policies, false});
 	for (auto _ : bench) {
 		const uint64_t start = now();
@@ -345,7 +350,7 @@ time_fill(benchmark::State &bench, const control_state &state)
 static void
 time_empty(benchmark::State &bench, const control_state &state)
 {
-	null_seam_attach_port(false);
+	control_port_attach(false);
 	control_setup({0, state.profiles, state.policies, false});
 	for (auto _ : bench) {
 		for (uint32_t id = 1; id <= state.meters; id++)
@@ -364,7 +369,7 @@ time_empty(benchmark::State &bench, const control_state &state)
 static void
 time_bare_call(benchmark::State &bench)
 {
-	null_seam_attach_port(true);
+	control_port_attach(true);
 	for (auto _ : bench) {
 		const uint64_t start = now();
 		rte_mtr_meter_enable(PORT, 1, nullptr);
@@ -408,7 +413,7 @@ template <typename Head>
 static void
 time_walk(benchmark::State &bench, const Head *list, const control_state &state)
 {
-	null_seam_attach_port(false);
+	control_port_attach(false);
 	control_setup(state);
 	for (auto _ : bench) {
 		const uint64_t start = now();
@@ -425,7 +430,7 @@ time_bare_fill(benchmark::State &bench, const control_state &state)
 {
 	struct vask_p4_meter_list_head list = TAILQ_HEAD_INITIALIZER(list);
 
-	null_seam_attach_port(false);
+	control_port_attach(false);
 	control_setup({0, state.profiles, state.policies, false});
 	for (auto _ : bench) {
 		const uint64_t start = now();
@@ -452,7 +457,7 @@ time_bare_fill(benchmark::State &bench, const control_state &state)
 static void
 configure(benchmark::internal::Benchmark *bench)
 {
-	bench->UseManualTime()->Repetitions(7)->MinTime(0.02)->ReportAggregatesOnly(false);
+	instructions_or_time(bench->UseManualTime(), 0.02, 64);
 }
 
 static void
@@ -464,12 +469,16 @@ add(const std::string &name, const control_state &state,
 		"/policies:" + std::to_string(state.policies) +
 		(state.shuffled ? "/shuffled" : "/in_order");
 
-	configure(benchmark::RegisterBenchmark(at.c_str(), body));
+	configure(benchmark::RegisterBenchmark(at.c_str(), [=](benchmark::State &bench) {
+		body(bench);
+		instructions_dump(at, bench.iterations());
+	}));
 }
 
 int
 main(int argc, char **argv)
 {
+	control_port_init();
 	/* Nothing is printed by the driver while it is timed. */
 	rte_log_set_level(vask_p4_logtype, RTE_LOG_EMERG);
 	calibrate();

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "control_port.h"
 #include "vask_p4_log.h"
 
 constexpr uint16_t PORT = 0;
@@ -83,7 +84,7 @@ shuffle(Head *head)
 void
 control_setup(const struct control_state &state)
 {
-	must(vask_p4_meter_indexstack_init(), "start");
+	must(control_port_start(), "start");
 	for (uint32_t id = 1; id <= state.profiles; id++)
 		control_profile_add(id);
 	for (uint32_t id = 1; id <= state.policies; id++)
@@ -112,7 +113,7 @@ control_teardown()
 		must(rte_mtr_meter_policy_delete(PORT,
 			     TAILQ_FIRST(&vask_p4_meter_policy_list)->data.policy_id, nullptr),
 			"policy delete");
-	vask_p4_meter_indexstack_destory();
+	control_port_stop();
 }
 
 static unsigned int lines;

@@ -1,14 +1,12 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 
-#include "null_seam.h"
+/* Lower layers that do nothing and succeed, so that what is timed over them is the meter module alone. */
 
 #include <numeric>
 #include <vector>
 
-extern "C" {
-#include <ethdev_driver.h>
-#include <rte_mtr_driver.h>
-}
+#include "control_port.h"
+#include "vask_dpdk.h"
 
 #include "qorn_hal_user_api.h"
 #include "vask_dev_cmds.h"
@@ -201,43 +199,28 @@ vask_p4_priv_data_get(struct rte_eth_dev *dev)
 	return dev != nullptr ? &port : nullptr;
 }
 
-/* The port. */
-
-static int
-bare_meter_enable(struct rte_eth_dev *, uint32_t, struct rte_mtr_error *)
-{
-	return 0;
-}
-
-static int
-bare_mtr_ops_get(struct rte_eth_dev *, void *ops)
-{
-	static const struct rte_mtr_ops bare = [] {
-		struct rte_mtr_ops slots = {};
-
-		slots.meter_enable = bare_meter_enable;
-		return slots;
-	}();
-
-	*static_cast<const struct rte_mtr_ops **>(ops) = &bare;
-	return 0;
-}
+/* The port: operations, and no device. */
 
 void
-null_seam_attach_port(bool bare)
+control_port_init()
 {
 	static struct eth_dev_ops dev_ops;
 	static struct rte_eth_dev_data data;
 
-	dev_ops.mtr_ops_get = bare ? bare_mtr_ops_get : vask_p4_dev_mtr_ops_get;
+	dev_ops.mtr_ops_get = vask_p4_dev_mtr_ops_get;
 	rte_eth_devices[0].dev_ops = &dev_ops;
 	rte_eth_devices[0].data = &data;
 	rte_eth_devices[0].state = RTE_ETH_DEV_ATTACHED;
 }
 
-void
-null_seam_reset_pools()
+int
+control_port_start()
 {
-	for (auto *pool : {meter_index_mgr, profile_index_mgr, policy_index_mgr})
-		refill(pool);
+	return vask_p4_meter_indexstack_init();
+}
+
+void
+control_port_stop()
+{
+	vask_p4_meter_indexstack_destory();
 }

@@ -1,0 +1,47 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+#ifndef BENCH_INSTRUCTIONS_H
+#define BENCH_INSTRUCTIONS_H
+
+/**
+ * @file
+ * Instructions counted instead of time taken. A benchmark marks what is to be counted; when the program runs
+ * under callgrind (started with --collect-atstart=no) the marks switch collection on and off, and each benchmark
+ * leaves a dump of its own. Outside of callgrind the marks cost a few cycles, so they stand outside of what is
+ * timed.
+ */
+
+#include <cstdint>
+#include <string>
+
+#include <benchmark/benchmark.h>
+#include <valgrind/callgrind.h>
+
+/** Switches collection on, or off again. */
+#define INSTRUCTIONS_TOGGLE() CALLGRIND_TOGGLE_COLLECT
+
+/** Whether instructions are counted in this run. */
+static inline bool
+instructions_counted()
+{
+	return RUNNING_ON_VALGRIND != 0;
+}
+
+/** Ends a benchmark: what was collected goes into a dump that carries its name and what it is to be divided by. */
+static inline void
+instructions_dump(const std::string &name, uint64_t items)
+{
+	if (instructions_counted())
+		CALLGRIND_DUMP_STATS_AT((name + " items:" + std::to_string(items)).c_str());
+}
+
+/** So many repetitions that a median says something, or, when instructions are counted, one short one. */
+static inline void
+instructions_or_time(benchmark::internal::Benchmark *bench, double seconds, int64_t iterations)
+{
+	if (instructions_counted())
+		bench->Iterations(iterations);
+	else
+		bench->MinTime(seconds)->Repetitions(7)->ReportAggregatesOnly(false);
+}
+
+#endif /* BENCH_INSTRUCTIONS_H */

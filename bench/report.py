@@ -1,0 +1,364 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: BSD-3-Clause
+"""Reads what the benchmarks measured, prints each figure beside what it is held against, and writes one JSON file
+and a picture. Compares with a baseline of the same form."""
+
+import argparse
+import json
+import os
+import re
+import statistics
+import subprocess
+import sys
+
+SUFFIX = re.compile(r"/(min_time:|iterations:|repeats:|manual_time|real_time|process_time).*")
+STATE = re.compile(r"^(.*)/meters:(\d+)/profiles:(\d+)/policies:(\d+)/(\w+)$")
+NS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+SMALL_ROOM = 60  # ns beside what a call is built on
+PORT_ROOM = 100  # ns that the port may add to a call, beside a walk
+DRIFT = 0.10  # of a time, as a ratio to what it is held against: worth a line
+GROWTH = 0.03  # of an instruction count: a failure
+
+# of what is held against plain forwarding and against forwarding with one rte_meter check
+PACKET_TARGETS = {
+    "vask1/no_rule": (0.90, None),
+    "vask1/rx/1/green": (0.50, 0.70),
+    "vask1/tx/1/green": (0.50, 0.70),
+    "vask1/rx/4095/green": (0.40, 0.55),
+    "vask1/tx/4095/green": (0.40, 0.55),
+}
+CHANGES = "/10000_changes_a_second"
+CHANGES_LIMIT = 1.05
+
+
+class Figure:
+    """The repetitions of one benchmark, in ns."""
+
+    def __init__(self):
+        self.times = []
+        self.label = ""
+        self.counters = {}
+        self.error = None
+
+    median = property(lambda self: statistics.median(self.times))
+    low = property(lambda self: min(self.times))
+    high = property(lambda self: max(self.times))
+
+    def __str__(self):
+        return f"{self.median:10.1f} [{self.low:10.1f} ..{self.high:10.1f}]"
+
+
+def read(path, clock):
+    """{name: Figure} of a Google Benchmark file; clock is real_time or cpu_time."""
+    figures = {}
+    if not path:
+        return figures
+    with open(path, encoding="utf-8") as file:
+        entries = json.load(file)["benchmarks"]
+    for entry in entries:
+        if entry["run_type"] != "iteration":
+            continue
+        figure = figures.setdefault(SUFFIX.sub("", entry["run_name"]), Figure())
+        if entry.get("error_occurred"):
+            figure.error = entry["error_message"]
+            continue
+        packets = entry.get("packets_per_iteration", 1)
+        figure.times.append(entry[clock] * NS[entry["time_unit"]] / packets)
+        figure.label = entry.get("label", "")
+        figure.counters = entry
+    return figures
+
+
+class Verdicts:
+    def __init__(self):
+        self.lines = []
+
+    def add(self, holds, text):
+        self.lines.append((holds, text))
+        return "holds" if holds else "MISSED"
+
+
+class Control:
+    """The control path: each operation beside what it cannot do without."""
+
+    def __init__(self, figures):
+        self.figures = figures
+        self.states = {}
+        for name, figure in figures.items():
+            match = STATE.match(name)
+            if match and figure.times:
+                op, meters, profiles, policies, order = match.groups()
+                self.states[name] = (op, int(meters), int(profiles), int(policies), order)
+
+    def walk(self, meters, profiles, policies, order):
+        return self.figures[f"walk/meters:{meters}/profiles:{profiles}/policies:{policies}/{order}"].median
+
+    def walks(self, name):
+        """ns for the nodes that the operation's lookups visit."""
+        _, meters, profiles, policies, order = self.states[name]
+        c = self.figures[name].counters
+        ns = 0
+        if c["meter_nodes"]:
+            ns += c["meter_nodes"] * self.walk(meters, 1, 1, order) / meters
+        if c["profile_nodes"]:
+            ns += c["profile_nodes"] * self.walk(0, profiles, 1, order) / profiles
+        if c["policy_nodes"]:
+            ns += c["policy_nodes"] * self.walk(0, 1, policies, order) / policies
+        return ns
+
+    def lines(self, name):
+        return self.figures[name].counters["lines"] * self.figures["bare/line"].median
+
+    def small(self, name):
+        """ns for the call and its node."""
+        label = self.figures[name].label
+        return self.figures["bare/call"].median + (self.figures["bare/" + label].median if label else 0)
+
+    def budget(self, name):
+        """What the operation may cost, and how that is made up."""
+        _, meters, *_ = self.states[name]
+        walks = self.walks(name)
+        if meters == 4095 and self.figures[name].counters["meter_nodes"]:
+            return 1.1 * walks + self.lines(name)
+        return 1.1 * (walks if walks > 1.5 * self.smallest_walk() else 0) + self.lines(name) + self.small(
+            name) + SMALL_ROOM
+
+    def smallest_walk(self):
+        return self.walk(1, 1, 1, "in_order") * 3
+
+    def operations(self):
+        return [name for name, state in self.states.items() if state[0] not in ("walk", "fill", "empty", "bare_fill")]
+
+    def bases(self, title):
+        print(f"\n{title}: what operations are built on, ns: median [least .. most]")
+        for name, figure in self.figures.items():
+            if name.startswith(("bare/", "walk/")) and figure.times:
+                print(f"  {name:52} {figure}")
+
+
+def print_control(title, control, verdicts):
+    control.bases(title)
+    print(f"\n{title}: operations, ns: median [least .. most], what it may cost, share of that")
+    rows = {}
+    for name in control.operations():
+        figure, budget = control.figures[name], control.budget(name)
+        rows[name] = {"ns": figure.median, "least": figure.low, "most": figure.high, "budget": budget}
+        holds = figure.median <= budget
+        print(f"  {name:62} {figure} {budget:10.1f} {figure.median / budget:5.2f}{'' if holds else '  MISSED'}")
+    for meters in (1, 4095):
+        of = [n for n in rows if control.states[n][1] == meters]
+        bad = [n for n in of if rows[n]["ns"] > rows[n]["budget"]]
+        verdicts.add(not bad, f"{title}: {len(of) - len(bad)} of {len(of)} operations at {meters} meters within "
+                     "their budget" + ("; over it: " + ", ".join(bad) if bad else ""))
+    print_fill(title, control, verdicts, rows)
+    return rows
+
+
+def print_fill(title, control, verdicts, rows):
+    state = "/meters:4095/profiles:1/policies:1/in_order"
+    if "fill" + state not in control.figures:
+        return
+    fill, bare = control.figures["fill" + state], control.figures["bare_fill" + state]
+    lines = 4095 * control.lines("create" + state)
+    ratio = fill.median / (bare.median + lines)
+    rows["fill"] = {"ns": fill.median, "least": fill.low, "most": fill.high, "budget": 1.2 * (bare.median + lines)}
+    text = (f"{title}: filling with 4095 meters {fill.median / 1e6:.2f} ms, {ratio:.2f} of its walks, log lines and "
+            f"allocations ({bare.median / 1e6:.2f} + {lines / 1e6:.2f} ms); at most 1.20")
+    verdicts.add(ratio <= 1.2, text)
+    empty = control.figures["empty" + state]
+    rows["empty"] = {"ns": empty.median, "least": empty.low, "most": empty.high, "budget": None}
+    print(f"  {'fill with 4095 meters':62} {fill}\n  {'empty of 4095 meters':62} {empty}")
+
+
+def print_port(port, module, verdicts):
+    """What the port adds to the module's calls."""
+    print("\nthrough the port: ns, what the port adds to the module alone, and what it may add (a walk and "
+          f"{PORT_ROOM} ns)")
+    rows, bad = {}, []
+    for name in port.operations():
+        if name not in module.figures or not module.figures[name].times:
+            continue
+        op, meters, _, _, order = port.states[name]
+        may = (port.walk(meters, 1, 1, order) if meters and port.figures[name].counters["meter_nodes"] else 0) + PORT_ROOM
+        figure = port.figures[name]
+        more = figure.median - module.figures[name].median
+        rows[name] = {"ns": figure.median, "least": figure.low, "most": figure.high,
+                      "budget": module.figures[name].median + may}
+        if more > may:
+            bad.append(name)
+        print(f"  {name:62} {figure} {more:10.1f} {may:10.1f}{'' if more <= may else '  MISSED'}")
+    verdicts.add(not bad, f"through the port: {len(rows) - len(bad)} of {len(rows)} operations within a walk and "
+                 f"{PORT_ROOM} ns of the module alone" + ("; over it: " + ", ".join(bad) if bad else ""))
+    return rows
+
+
+def print_packets(figures, verdicts):
+    print("\npackets: ns a packet: median [least .. most], and the packet rate beside plain net_null and beside "
+          "net_null with one rte_meter check")
+    rows = {}
+    for name, figure in figures.items():
+        if not figure.times or figure.error:
+            print(f"  {name:48} no figure: {figure.error}")
+            verdicts.add(False, f"packets: {name}: {figure.error}")
+            continue
+        side = "cached/" if name.startswith("cached/") else ""
+        plain, metered = figures[side + "null/plain"].median, figures[side + "null/rte_meter"].median
+        of_plain, of_metered = plain / figure.median, metered / figure.median
+        rows[name] = {"ns": figure.median, "least": figure.low, "most": figure.high, "of_plain": of_plain,
+                      "of_rte_meter": of_metered}
+        note = ""
+        if name in PACKET_TARGETS:
+            want_plain, want_metered = PACKET_TARGETS[name]
+            note = verdicts.add(of_plain >= want_plain, f"packets: {name}: {of_plain:.2f} of plain net_null, at least "
+                                f"{want_plain:.2f}")
+            if want_metered:
+                also = verdicts.add(of_metered >= want_metered, f"packets: {name}: {of_metered:.2f} of net_null with "
+                                    f"rte_meter, at least {want_metered:.2f}")
+                note = f"{note}, {also}"
+        if name.endswith(CHANGES):
+            cost = figure.median / figures[name[:-len(CHANGES)]].median
+            note = verdicts.add(cost < CHANGES_LIMIT, f"packets: {name}: {cost:.3f} of the time without changes, "
+                                f"below {CHANGES_LIMIT}")
+        print(f"  {name:48} {figure} {of_plain:7.2f} {of_metered:7.2f}  {note}")
+    return rows
+
+
+def read_instructions(folder):
+    """{name: instructions an item} of callgrind's dumps."""
+    counts = {}
+    for file in sorted(os.listdir(folder)) if folder else []:
+        with open(os.path.join(folder, file), encoding="utf-8", errors="replace") as dump:
+            text = dump.read()
+        trigger = re.search(r"^desc: Trigger: Client Request: (.*) items:(\d+)$", text, re.M)
+        total = re.search(r"^(?:totals|summary): (\d+)", text, re.M)
+        if trigger and total and int(trigger[2]):
+            counts[trigger[1]] = int(total[1]) / int(trigger[2])
+    return counts
+
+
+def print_instructions(counts, baseline):
+    """Whether none grew by more than GROWTH."""
+    print("\ninstructions: an operation or a packet, now and in the baseline")
+    good = True
+    for name, count in counts.items():
+        before = baseline.get(name)
+        growth = count / before - 1 if before else 0
+        bad = growth > GROWTH
+        good = good and not bad
+        then = f"{before:12.1f} {growth:+7.1%}" if before else "           -"
+        print(f"  {name:66} {count:12.1f} {then}{'  GREW' if bad else ''}")
+    missing = sorted(set(baseline) - set(counts))
+    if missing:
+        print("  not counted, though in the baseline: " + ", ".join(missing))
+    return good and not missing
+
+
+def compare(result, baseline):
+    """Lines for the times whose ratio to what they are held against moved."""
+    print("\ntimes against the baseline, each as a ratio to what it is held against in its own run")
+    moved = 0
+    for part, key in (("control", "budget"), ("port", "budget"), ("packets", "of_plain")):
+        for name, row in result.get(part, {}).items():
+            old = baseline.get(part, {}).get(name)
+            if not old or not row.get(key) or not old.get(key):
+                continue
+            ratios = [r["ns"] / r["budget"] if key == "budget" else 1 / r["of_plain"] for r in (row, old)]
+            change = ratios[0] / ratios[1] - 1
+            if abs(change) > DRIFT:
+                moved += 1
+                print(f"  {part}: {name:62} {ratios[1]:.2f} -> {ratios[0]:.2f} ({change:+.0%})")
+    print(f"  {moved} moved by more than {DRIFT:.0%}")
+
+
+def draw(path, control, packets):
+    """How cost grows: operations with the number of meters, packets with the number of meters and rules."""
+    blocks, plots = [], []
+
+    def block(points):
+        blocks.append("$d%d << E\n%s\nE" % (len(blocks), "\n".join(f"{x} {y}" for x, y in sorted(points))))
+        return f"$d{len(blocks) - 1}"
+
+    script = ["set terminal svg size 1100,480 font 'sans,12' background 'white'", f"set output '{path}'",
+              "set multiplot layout 1,2", "set grid", "set logscale x", "set key left top"]
+    wanted = ("walk", "create", "destroy", "meter_enable", "meter_profile_update", "stats_read")
+    for op in wanted if control else ():
+        points = [(s[1], control.figures[n].median) for n, s in control.states.items()
+                  if s[0] == op and s[1] and s[2:] == (1, 1, "in_order")]
+        if points:
+            plots.append(f"{block(points)} with linespoints title '{op}' noenhanced")
+    first = list(plots)
+    plots = []
+    points = [(int(n.split("/")[2]), row["ns"]) for n, row in packets.items()
+              if re.fullmatch(r"vask1/rx/\d+/green", n)]
+    if points:
+        plots.append(f"{block(points)} with linespoints title 'net\\_vask1, receive, all green'")
+        for name in ("null/plain", "null/rte_meter", "vask1/no_rule"):
+            if name in packets:
+                level = [(x, packets[name]["ns"]) for x, _ in points]
+                plots.append(f"{block(level)} with lines title '{name}' noenhanced")
+    script += blocks
+    if first:
+        script += ["set title 'control path: the module alone'", "set xlabel 'meters'", "set ylabel 'ns an operation'",
+                   "set logscale y", "plot " + ", ".join(first), "unset logscale y"]
+    if plots:
+        script += ["set title 'packet path: one core, 64 bytes'", "set xlabel 'meters and rules'",
+                   "set ylabel 'ns a packet'", "set yrange [0:*]", "plot " + ", ".join(plots)]
+    script.append("unset multiplot")
+    subprocess.run(["gnuplot"], input="\n".join(script), text=True, check=True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--control", help="JSON of control_bench")
+    parser.add_argument("--port", help="JSON of port_control_bench")
+    parser.add_argument("--packets", help="JSON of packet_bench")
+    parser.add_argument("--footprint", help="JSON of footprint")
+    parser.add_argument("--instructions", help="folder with callgrind's dumps")
+    parser.add_argument("--baseline", help="an earlier result")
+    parser.add_argument("--out", required=True, help="the result; parts that were not measured are kept")
+    parser.add_argument("--picture", help="SVG file")
+    args = parser.parse_args()
+
+    result, baseline, verdicts = {}, {}, Verdicts()
+    for path, into in ((args.out, result), (args.baseline, baseline)):
+        if path and os.path.exists(path):
+            with open(path, encoding="utf-8") as file:
+                into.update(json.load(file))
+
+    module = Control(read(args.control, "real_time")) if args.control else None
+    if module:
+        result["control"] = print_control("module alone", module, verdicts)
+    if args.port and module:
+        result["port"] = print_port(Control(read(args.port, "real_time")), module, verdicts)
+    if args.packets:
+        result["packets"] = print_packets(read(args.packets, "cpu_time"), verdicts)
+    if args.footprint:
+        with open(args.footprint, encoding="utf-8") as file:
+            result["footprint"] = json.load(file)
+        print("\nfootprint")
+        for name, value in result["footprint"].items():
+            print(f"  {name:62} {value:14.1f}")
+    good = True
+    if args.instructions:
+        result["instructions"] = read_instructions(args.instructions)
+        good = bool(result["instructions"]) and print_instructions(result["instructions"],
+                                                                   baseline.get("instructions", {}))
+    if baseline and not args.instructions:
+        compare(result, baseline)
+    with open(args.out, "w", encoding="utf-8") as file:
+        json.dump(result, file, indent=1, sort_keys=True)
+        file.write("\n")
+    if args.picture and module and args.packets:
+        draw(args.picture, module, result["packets"])
+        print(f"\npicture: {args.picture}")
+    if verdicts.lines:
+        print("\nwhat should hold")
+        for holds, text in verdicts.lines:
+            print(f"  {'holds ' if holds else 'MISSED'} {text}")
+    print(f"result: {args.out}")
+    return 0 if good else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
