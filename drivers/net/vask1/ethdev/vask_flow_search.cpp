@@ -2,6 +2,7 @@
 #include <array>
 
 #include <rte_mbuf.h>
+#include <rte_prefetch.h>
 
 #include "vask_flow.h"
 #include "vask_flow_tuple.h"
@@ -125,6 +126,8 @@ vask_flow_state_classify(const struct vask_flow_state *state, uint16_t queue,
 
 	if (view == nullptr)
 		return;
+	for (uint16_t i = 0; i < burst->n; i++)
+		rte_prefetch0(rte_pktmbuf_mtod(burst->pkts[i], const void *));
 	vask_flow_frames_read(burst->pkts, burst->n, images, frames);
 	search(view, frames, burst->n, best);
 	for (uint16_t i = 0; i < burst->n; i++) {
