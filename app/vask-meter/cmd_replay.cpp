@@ -14,32 +14,54 @@ namespace
 replay_options options;
 std::string config_path, csv, json, report;
 
-void
-show_progress(uint64_t position, uint64_t size)
+/* A bar on a terminal for as long as it lives; its line is empty again afterwards. */
+class progress_bar
 {
-	constexpr int width = 40;
-	if (size == 0)
-		return;
-	const auto done = static_cast<int>(std::min(position, size) * width / size);
-	fmt::print(stderr, "\r[{:=<{}}{:{}}] {:3}%", "", done, "", width - done,
-		std::min(position, size) * 100 / size);
+      public:
+	~progress_bar()
+	{
+		if (shown_)
+			fmt::print(stderr, "\r{:{}}\r", "", WIDTH + 8);
+	}
+
+	void show(uint64_t position, uint64_t size)
+	{
+		if (size == 0)
+			return;
+		position = std::min(position, size);
+		const auto done = static_cast<int>(position * WIDTH / size);
+		fmt::print(stderr, "\r[{:=<{}}{:{}}] {:3}%", "", done, "", WIDTH - done,
+			position * 100 / size);
+		shown_ = true;
+	}
+
+      private:
+	static constexpr int WIDTH = 40;
+	bool shown_ = false;
+};
+
+replay_result
+replay_with_bar(const meters_config &config)
+{
+	progress_bar bar;
+
+	if (isatty(STDERR_FILENO))
+		options.progress = [&bar](uint64_t position, uint64_t size) {
+			bar.show(position, size);
+		};
+	return replay(config, options);
 }
 
 void
 run()
 {
 	const meters_config config = config_read(config_path);
-	const bool terminal = isatty(STDERR_FILENO) != 0;
 
 	fmt::print("{}{}", profiles_text(config), remarks_text(config));
 	if (std::fflush(stdout) != 0)
 		fail("standard output: cannot write");
-	if (terminal)
-		options.progress = show_progress;
 	options.samples = !report.empty();
-	const replay_result result = replay(config, options);
-	if (terminal)
-		fmt::print(stderr, "\r{:50}\r", "");
+	const replay_result result = replay_with_bar(config);
 
 	fmt::print("\n{}", result_text(config, result));
 	if (!csv.empty())

@@ -8,6 +8,8 @@ VASK_LARGE_CAPTURE sets the number of packets; the memory is compared with that 
 import json
 import os
 import pathlib
+import pty
+import re
 import subprocess
 import sys
 import tempfile
@@ -81,6 +83,26 @@ class LargeCapture(unittest.TestCase):
         colours = [meter.color(t, 64) for t in times_of(100_000)]
         self.assertEqual(result["meters"][0]["green"]["packets"], colours.count(GREEN))
         self.assertEqual(result["meters"][0]["yellow"]["packets"], colours.count(YELLOW))
+
+    def test_a_terminal_sees_a_bar_and_an_empty_line_afterwards(self):
+        run(CAPTURE_TOOL, "make", self.capture, "200000")
+        master, slave = pty.openpty()
+        with subprocess.Popen([VASK_METER, "replay", self.config, self.capture],
+                              stdout=subprocess.DEVNULL, stderr=slave) as process:
+            os.close(slave)
+            seen = b""
+            try:
+                while part := os.read(master, 4096):
+                    seen += part
+            except OSError:  # the end, on a pseudo terminal
+                pass
+        os.close(master)
+        self.assertEqual(process.returncode, 0)
+        # after 65536, 131072 and 196608 packets; the reader is up to a buffer ahead
+        bars = re.findall(rb"\r\[(=*) *\] +(\d+)%", seen)
+        self.assertEqual([int(percent) for _, percent in bars], [32, 65, 98])
+        self.assertEqual([len(bar) for bar, _ in bars], [13, 26, 39])
+        self.assertTrue(seen.endswith(b"%\r" + b" " * 48 + b"\r"), seen[-80:])
 
 
 if __name__ == "__main__":
