@@ -203,8 +203,9 @@ constexpr uint8_t IPV4_AT = sizeof(struct rte_ether_hdr);
 constexpr uint8_t L4_AT = IPV4_AT + sizeof(struct rte_ipv4_hdr);
 constexpr uint8_t L4_REST_AT = L4_AT + sizeof(vask_flow_fields::l4_ports);
 constexpr uint8_t PLAIN_LENGTH = L4_AT + sizeof(struct rte_tcp_hdr);
-/* EtherType, and the first byte of an IPv4 header without options */
-constexpr uint32_t PLAIN_TYPE = RTE_BE32(RTE_ETHER_TYPE_IPV4 << 16 | RTE_IPV4_VHL_DEF << 8);
+/* EtherType, and the first byte of an IPv4 header without options: version 4, five words */
+constexpr uint32_t IPV4_NO_OPTIONS = 0x45;
+constexpr uint32_t PLAIN_TYPE = RTE_BE32(RTE_ETHER_TYPE_IPV4 << 16 | IPV4_NO_OPTIONS << 8);
 constexpr uint32_t PLAIN_TYPE_MASK = RTE_BE32(0xffffff00);
 constexpr uint8_t ANYWHERE = 0; /* a plain frame has no such field, and no key asks for it */
 
