@@ -8,6 +8,7 @@
 #include "softcard_trace.h"
 #include "vask_card.h"
 #include "vask_meter_ref.h"
+#include "vask_mtr.h"
 #include "vask_p4_log.h"
 #include "vask_p4_meter.h"
 #include "vask_port.h"
@@ -183,7 +184,9 @@ vask_card_join(struct vask_port *port)
 		rc = start_module(port);
 		if (rc != 0)
 			goto card;
-		rc = vask_meter_ref_start();
+		rc = vask_mtr_start(&rte_eth_devices[port->data->port_id]);
+		if (rc == 0)
+			rc = vask_meter_ref_start();
 		if (rc != 0) {
 			delete_profiles_and_policies(port);
 			stop_module();

@@ -6,8 +6,9 @@
 #include "vask_p4_meter.h"
 #include "vask_port.h"
 
-/* The module's own table; the same for every port. */
+/* The module's own table and ours; the same for every port. Written when the card starts. */
 static const struct rte_mtr_ops *module_ops;
+static struct rte_mtr_ops guarded_ops;
 
 constexpr uint64_t DROP_COUNTERS = RTE_MTR_STATS_N_PKTS_DROPPED | RTE_MTR_STATS_N_BYTES_DROPPED;
 
@@ -197,20 +198,18 @@ guarded_ops_fill()
 }
 
 int
-vask_mtr_ops_get(struct rte_eth_dev *dev, void *ops)
+vask_mtr_start(struct rte_eth_dev *dev)
 {
-	static struct rte_mtr_ops guarded_ops;
-	const struct vask_control_guard lock;
+	const int rc = vask_p4_dev_mtr_ops_get(dev, &module_ops);
 
-	if (module_ops == nullptr) {
-		const struct rte_mtr_ops *found = nullptr;
-		const int rc = vask_p4_dev_mtr_ops_get(dev, &found);
-
-		if (rc != 0)
-			return rc;
-		module_ops = found;
+	if (rc == 0)
 		guarded_ops = guarded_ops_fill();
-	}
+	return rc;
+}
+
+int
+vask_mtr_ops_get(struct rte_eth_dev *, void *ops)
+{
 	*static_cast<const struct rte_mtr_ops **>(ops) = &guarded_ops;
 	return 0;
 }

@@ -13,7 +13,10 @@
 
 struct rte_eth_dev;
 
-/** The port's mtr_ops_get slot; *ops receives a `const struct rte_mtr_ops *`. 0, or -EINVAL. */
+/** Lays the guard around the module's operations, before any port has them. 0, or what the module returns. */
+int vask_mtr_start(struct rte_eth_dev *dev);
+
+/** The port's mtr_ops_get slot; *ops receives a `const struct rte_mtr_ops *`. 0. Takes no lock. */
 int vask_mtr_ops_get(struct rte_eth_dev *dev, void *ops);
 
 #endif /* VASK_MTR_H */
