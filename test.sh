@@ -68,12 +68,14 @@ select+=("$@")
 scripts/build "$dir" "${options[@]}" "${targets[@]}"
 
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:strict_string_checks=1}
+export TSAN_OPTIONS=${TSAN_OPTIONS:-suppressions=$PWD/tests/tsan.supp}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 if [ "$dir" = build-coverage ]; then
 	find "$dir" -name '*.gcda' -delete
 fi
 rm -f "$dir"/meson-logs/testlog*
-meson test -C "$dir" --print-errorlogs "${select[@]}" || true
+# a test's time limit is for a machine that does nothing else, and for a plain build
+meson test -C "$dir" --timeout-multiplier 5 --print-errorlogs "${select[@]}" || true
 
 if [ "$dir" = build-coverage ]; then
 	gcovr --root . --object-directory "$dir" --filter 'drivers/net/vask1/vask_p4/' --exclude-throw-branches

@@ -11,6 +11,7 @@
 #include "rte_pmd_net_vask1.h"
 #include "softcard_view.h"
 #include "vask_p4_meter.h"
+#include "vask_port.h"
 
 using namespace vask_test;
 
@@ -185,7 +186,9 @@ class MeterRecordsRandom : public ::testing::TestWithParam<uint32_t>
 	{
 		softcard_meter_view view = {};
 
+		vask_control_lock();
 		EXPECT_EQ(softcard_view_meter(dir, index, &view), 0);
+		vask_control_unlock();
 		return view;
 	}
 
