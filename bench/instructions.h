@@ -30,8 +30,10 @@ instructions_counted()
 static inline void
 instructions_dump(const std::string &name, uint64_t items)
 {
-	if (instructions_counted())
-		CALLGRIND_DUMP_STATS_AT((name + " items:" + std::to_string(items)).c_str());
+	/* a name of its own: the macro is more than one statement, which a temporary does not outlive */
+	const std::string text = name + " items:" + std::to_string(items);
+
+	CALLGRIND_DUMP_STATS_AT(text.c_str());
 }
 
 /** So many repetitions that a median says something, or, when instructions are counted, one short one. */

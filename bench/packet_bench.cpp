@@ -66,23 +66,11 @@ class control_thread
 	static constexpr unsigned PER_SECOND = 10000;
 
 	control_thread(uint16_t port, uint32_t meter)
-		: start_(std::chrono::steady_clock::now()), thread_([this, port, meter] {
-			  cpu_set_t cpus;
-
-			  CPU_ZERO(&cpus);
-			  CPU_SET(1, &cpus);
-			  pthread_setaffinity_np(pthread_self(), sizeof(cpus), &cpus);
-			  const uint64_t interval = rte_get_tsc_hz() / PER_SECOND;
-			  for (uint64_t next = rte_rdtsc(); !stop_; next += interval) {
-				  while (rte_rdtsc() < next && !stop_)
-					  rte_pause();
-				  good_ = rte_mtr_meter_profile_update(port, meter, 1, nullptr) ==
-						  0 &&
-					  good_;
-				  changes_++;
-			  }
-		  })
+		: thread_([this, port, meter] { run(port, meter); })
 	{
+		while (changes_ == 0)
+			rte_pause();
+		start_ = std::chrono::steady_clock::now();
 	}
 	/* Ends it. Whether it did what it should. */
 	bool stop()
@@ -96,6 +84,22 @@ class control_thread
 	}
 
       private:
+	void run(uint16_t port, uint32_t meter)
+	{
+		const uint64_t interval = rte_get_tsc_hz() / PER_SECOND;
+		cpu_set_t cpus;
+
+		CPU_ZERO(&cpus);
+		CPU_SET(1, &cpus);
+		pthread_setaffinity_np(pthread_self(), sizeof(cpus), &cpus);
+		for (uint64_t next = rte_rdtsc(); !stop_; next += interval) {
+			while (rte_rdtsc() < next && !stop_)
+				rte_pause();
+			good_ = rte_mtr_meter_profile_update(port, meter, 1, nullptr) == 0 && good_;
+			changes_++;
+		}
+	}
+
 	std::atomic<bool> stop_ = false;
 	std::atomic<uint64_t> changes_ = 0;
 	std::atomic<bool> good_ = true;

@@ -257,7 +257,7 @@ packet_prove(const struct packet_load &load, uint64_t packets)
 			return "packets were yellow";
 		/* a buffer of a dropped packet is back a few places before its time, and so comes
 		 * round a little more often */
-		const uint64_t some = half != 0 ? round + all / 256 : 0;
+		const uint64_t some = load.work == PACKET_HALF_RED ? round + all / 256 : 0;
 
 		if (red > half + some || red + some < half)
 			return "not as many packets were red as stated";

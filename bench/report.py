@@ -227,7 +227,8 @@ def read_instructions(folder):
             text = dump.read()
         trigger = re.search(r"^desc: Trigger: Client Request: (.*) items:(\d+)$", text, re.M)
         total = re.search(r"^(?:totals|summary): (\d+)", text, re.M)
-        if trigger and total and int(trigger[2]):
+        # what marks nothing, such as a bare walk, collects nothing
+        if trigger and total and int(total[1]):
             counts[trigger[1]] = int(total[1]) / int(trigger[2])
     return counts
 
