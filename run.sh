@@ -34,8 +34,10 @@ cat >&2 <<-END
 	The meters of $config are set up by build/testpmd.commands; packets leave to build/testpmd-out.pcap.
 	Type: start, stop, show port meter stats 0 9 no, quit
 END
+# by its bare name: EAL refuses a path below a folder that everybody may write to
+export LD_LIBRARY_PATH=$PWD/build/drivers
 exec dpdk-testpmd --lcores "0@${allowed%%[-,]*},1@${allowed##*[-,]}" --no-huge --no-pci -m 512 \
-	--file-prefix "vask-$$" -d build/drivers/librte_net_vask1.so \
+	--file-prefix "vask-$$" -d librte_net_vask1.so \
 	--vdev net_vask1_0,uplink=net_pcap0,clock=capture \
 	--vdev "net_pcap0,rx_pcap=$capture,tx_pcap=build/testpmd-out.pcap" \
 	-- -i --no-flush-rx --total-num-mbufs=16384 --cmdline-file build/testpmd.commands "$@"

@@ -30,11 +30,13 @@ class Testpmd:
         command = [
             built_in or shutil.which("dpdk-testpmd"), "--no-huge", "--no-pci", "-m", "256",
             "--lcores", f"0@{cpus[0]},1@{cpus[-1]}", "--file-prefix", self.prefix,
-            *([] if built_in else ["-d", plugin]),
+            *([] if built_in else ["-d", os.path.basename(plugin)]),
             *eal, *(f"--vdev={v}" for v in vdevs),
             "--", "-i", "--no-flush-rx", f"--total-num-mbufs={mbufs}", *options]
         environment = dict(os.environ, TERM="dumb")
         if not built_in:
+            # by its bare name: EAL refuses a path below a folder that everybody may write to
+            environment["LD_LIBRARY_PATH"] = os.path.dirname(plugin)
             environment.update(sanitizer_environment(plugin))
         self.process = subprocess.Popen(
             command, stdin=slave, stdout=slave, stderr=slave, close_fds=True, env=environment)
