@@ -61,8 +61,11 @@ run() {
 run control_bench
 run port_control_bench --benchmark_filter=-p4_
 run packet_bench
+echo "replay ..." >&2
+bench/replay.py --vask-meter "$dir/app/vask-meter/vask-meter" --capture-tool "$dir/tests/app/capture_tool" \
+	--out "$dir/replay.json"
 "$dir/bench/footprint" >"$dir/footprint.json" 2>"$dir/footprint.log"
 
 bench/report.py --control "$dir/control_bench.json" --port "$dir/port_control_bench.json" \
-	--packets "$dir/packet_bench.json" --footprint "$dir/footprint.json" \
+	--packets "$dir/packet_bench.json" --replay "$dir/replay.json" --footprint "$dir/footprint.json" \
 	--out "$dir/bench.json" --picture "$dir/bench.svg" "${baseline[@]}"

@@ -119,13 +119,13 @@ template <enum check CHECK>
 static void
 forward(benchmark::State &bench, const struct scenario &s)
 {
-	const struct packet_ports ports = packet_pair(s.vask1);
+	const struct packet_ports ports = packet_pair(s.vask1, s.load.capture);
 	struct rte_mempool *pool = packet_setup(ports, s.load);
 	struct rte_mbuf *pkts[PACKET_BURST];
 	const bool restore = s.load.work == PACKET_REWRITE;
 	const bool dropped_on_receive =
 		s.load.rules && s.load.work == PACKET_HALF_RED && !s.load.egress;
-	uint64_t bursts = 0, forwarded = 0;
+	uint64_t bursts = 0, forwarded = 0, time_ns = 0;
 	std::unique_ptr<control_thread> control;
 	const char *wrong = nullptr;
 
@@ -139,6 +139,8 @@ forward(benchmark::State &bench, const struct scenario &s)
 		app_check<CHECK>(pkts, got);
 		if (restore)
 			packet_restore(pkts, got);
+		if (s.load.capture)
+			packet_stamp(pkts, got, &time_ns);
 		forwarded += rte_eth_tx_burst(ports.to, 0, pkts, got);
 		bursts++;
 	}
@@ -162,22 +164,22 @@ forward(benchmark::State &bench, const struct scenario &s)
 static std::vector<struct scenario>
 scenarios()
 {
-	constexpr struct packet_load plain = {1, false, false, false, PACKET_GREEN};
+	constexpr struct packet_load plain = {1, false, false, false, false, PACKET_GREEN};
 	const std::pair<const char *, enum packet_work> works[] = {{"green", PACKET_GREEN},
 		{"half_red_drop", PACKET_HALF_RED}, {"rewrite", PACKET_REWRITE}};
 	std::vector<struct scenario> all = {
 		{"null/plain", false, NO_CHECK, plain, false},
 		{"null/rte_meter", false, ONE_METER, plain, false},
 		{"null/rte_meter_of_flow/4095", false, METER_OF_FLOW,
-			{4095, false, false, false, PACKET_GREEN}, false},
-		{"cached/null/plain", false, NO_CHECK, {1, true, false, false, PACKET_GREEN},
+			{4095, false, false, false, false, PACKET_GREEN}, false},
+		{"cached/null/plain", false, NO_CHECK, {1, true, false, false, false, PACKET_GREEN},
 			false},
-		{"cached/null/rte_meter", false, ONE_METER, {1, true, false, false, PACKET_GREEN},
-			false},
-		{"cached/vask1/rx/1/green", true, NO_CHECK, {1, true, true, false, PACKET_GREEN},
-			false},
-		{"cached/vask1/no_rule", true, NO_CHECK, {1, true, false, false, PACKET_GREEN},
-			false},
+		{"cached/null/rte_meter", false, ONE_METER,
+			{1, true, false, false, false, PACKET_GREEN}, false},
+		{"cached/vask1/rx/1/green", true, NO_CHECK,
+			{1, true, true, false, false, PACKET_GREEN}, false},
+		{"cached/vask1/no_rule", true, NO_CHECK,
+			{1, true, false, false, false, PACKET_GREEN}, false},
 		{"vask1/no_rule", true, NO_CHECK, plain, false},
 	};
 
@@ -186,15 +188,22 @@ scenarios()
 			for (const uint32_t flows : {1, 255, 4095})
 				all.push_back({std::string("vask1/") + (egress ? "tx/" : "rx/") +
 						std::to_string(flows) + "/" + work_name,
-					true, NO_CHECK, {flows, false, true, egress, work}, false});
+					true, NO_CHECK, {flows, false, true, egress, false, work},
+					false});
 	for (const uint32_t flows : {4, 16, 64, 1024, 2048})
 		all.push_back({"vask1/rx/" + std::to_string(flows) + "/green", true, NO_CHECK,
-			{flows, false, true, false, PACKET_GREEN}, false});
+			{flows, false, true, false, false, PACKET_GREEN}, false});
+	all.push_back({"null/stamped", false, NO_CHECK,
+		{1, false, false, false, true, PACKET_GREEN}, false});
+	for (const uint32_t flows : {1, 4095})
+		all.push_back({"vask1/tx/" + std::to_string(flows) + "/green/capture_clock", true,
+			NO_CHECK, {flows, false, true, true, true, PACKET_GREEN}, false});
 	if (!instructions_counted())
 		for (const uint32_t flows : {1, 4095})
 			all.push_back({"vask1/rx/" + std::to_string(flows) +
 					"/green/10000_changes_a_second",
-				true, NO_CHECK, {flows, false, true, false, PACKET_GREEN}, true});
+				true, NO_CHECK, {flows, false, true, false, false, PACKET_GREEN},
+				true});
 	return all;
 }
 

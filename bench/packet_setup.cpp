@@ -18,6 +18,7 @@
 #include <rte_flow.h>
 #include <rte_ip.h>
 #include <rte_mbuf.h>
+#include <rte_mbuf_dyn.h>
 #include <rte_udp.h>
 
 #include "rte_pmd_net_vask1.h"
@@ -31,6 +32,8 @@ constexpr uint8_t EF = 46;
 constexpr uint8_t AF13 = 14; /* the drop precedence that colour-aware meters take for red */
 
 static std::vector<struct rte_flow *> rules;
+static int time_field;
+static uint64_t time_flag;
 
 static void
 must(bool good, const char *what)
@@ -49,25 +52,35 @@ packet_eal_init()
 		"256", "--no-telemetry", "--file-prefix=bench" + std::to_string(getpid()),
 		"--vdev=net_vask1_0,uplink=net_null0", "--vdev=net_vask1_1,uplink=net_null1",
 		"--vdev=net_null0" + size, "--vdev=net_null1" + size, "--vdev=net_null2" + size,
-		"--vdev=net_null3" + size};
+		"--vdev=net_null3" + size,
+		"--vdev=net_vask1_2,uplink=net_null4,clock=capture,tick=ns",
+		"--vdev=net_null4" + size};
 	std::vector<char *> argv;
 
 	for (std::string &arg : args)
 		argv.push_back(arg.data());
 	must(rte_eal_init(static_cast<int>(argv.size()), argv.data()) >= 0, "rte_eal_init");
+	must(rte_mbuf_dyn_rx_timestamp_register(&time_field, &time_flag) == 0, "times of packets");
 	rte_log_set_level_pattern("pmd.net.vask1", RTE_LOG_EMERG);
 }
 
-struct packet_ports
-packet_pair(bool vask1)
+static uint16_t
+port_of(const char *name)
 {
-	struct packet_ports ports;
+	uint16_t port;
 
-	must(rte_eth_dev_get_port_by_name(vask1 ? "net_vask1_0" : "net_null2", &ports.from) == 0,
-		"port by name");
-	must(rte_eth_dev_get_port_by_name(vask1 ? "net_vask1_1" : "net_null3", &ports.to) == 0,
-		"port by name");
-	return ports;
+	must(rte_eth_dev_get_port_by_name(name, &port) == 0, "port by name");
+	return port;
+}
+
+struct packet_ports
+packet_pair(bool vask1, bool capture)
+{
+	if (!vask1)
+		return {port_of("net_null2"), port_of("net_null3")};
+	if (capture)
+		return {port_of("net_null2"), port_of("net_vask1_2")};
+	return {port_of("net_vask1_0"), port_of("net_vask1_1")};
 }
 
 /* The flow of each buffer: equally many of each, in random order. */
@@ -235,7 +248,7 @@ const char *
 packet_prove(const struct packet_load &load, uint64_t packets)
 {
 	/* the buffers come round in turn, so shares differ by what one flow has in the pool at most */
-	const uint64_t round = BUFFERS / (2 * load.flows) * 2;
+	const uint64_t round = uint64_t{2} * (BUFFERS / (2 * load.flows));
 	const uint64_t share = packets / load.flows;
 	uint64_t seen = 0;
 
@@ -280,6 +293,18 @@ packet_restore(struct rte_mbuf *const *pkts, uint16_t n)
 {
 	for (uint16_t i = 0; i < n; i++)
 		ipv4_of(pkts[i])->type_of_service = 0;
+}
+
+void
+packet_stamp(struct rte_mbuf *const *pkts, uint16_t n, uint64_t *time_ns)
+{
+	constexpr uint64_t GAP_NS = 8 * (PACKET_SIZE + 20); /* with preamble and gap */
+
+	for (uint16_t i = 0; i < n; i++) {
+		*RTE_MBUF_DYNFIELD(pkts[i], time_field, rte_mbuf_timestamp_t *) = *time_ns +=
+			GAP_NS;
+		pkts[i]->ol_flags |= time_flag;
+	}
 }
 
 uint32_t

@@ -33,10 +33,11 @@ struct packet_load {
 	bool cached;    /* a pool with a cache, so the same few buffers are used over and over */
 	bool rules;     /* a rule and a meter for each flow */
 	bool egress;    /* on the way out instead of in */
+	bool capture;   /* the clock is that of the packets, which carry times; on the way out */
 	enum packet_work work;
 };
 
-/** Starts DPDK with two plain net_null ports and two net_vask1 ports over two others. */
+/** Starts DPDK with two plain net_null ports and three net_vask1 ports over others, the last with clock=capture. */
 void packet_eal_init();
 
 /** A pair of ports: packets go from one to the other. */
@@ -45,8 +46,8 @@ struct packet_ports {
 	uint16_t to;
 };
 
-/** The plain pair, or the metered one. */
-struct packet_ports packet_pair(bool vask1);
+/** The plain pair, the metered one, or one whose way out is metered by the packets' own times. */
+struct packet_ports packet_pair(bool vask1, bool capture);
 
 /** A pool with frames, the ports of a pair started with it and, where the load says so, meters and rules. */
 struct rte_mempool *packet_setup(const struct packet_ports &ports, const struct packet_load &load);
@@ -65,6 +66,9 @@ const char *packet_prove(const struct packet_load &load, uint64_t packets);
 
 /** Writes the DSCP of a frame back to 0, as it was, so that the next rewriting has work to do. */
 void packet_restore(struct rte_mbuf *const *pkts, uint16_t n);
+
+/** Gives packets times as if they had arrived at 1 Gbit/s. time_ns is that of the last one, and moves on. */
+void packet_stamp(struct rte_mbuf *const *pkts, uint16_t n, uint64_t *time_ns);
 
 /** The flow that a frame belongs to, 0 for the first. */
 uint32_t packet_flow(const struct rte_mbuf *pkt);

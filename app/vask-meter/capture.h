@@ -8,17 +8,25 @@
  */
 
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <string>
 
 #include <pcap/pcap.h>
+
+#include "output_file.h"
 
 struct captured_frame {
 	uint64_t number; /* from 1 */
 	uint64_t time_ns;
 	uint32_t length;
 	const uint8_t *data; /* the reader's, until the next frame */
+};
+
+struct pcap_closer {
+	void operator()(pcap_t *p) const
+	{
+		pcap_close(p);
+	}
 };
 
 class capture_reader
@@ -32,7 +40,7 @@ class capture_reader
 	 *
 	 * @return false at the end.
 	 * @throws vask_meter_error: the file is cut short, or the frame is not there as a whole or longer than
-	 *   a port takes.
+	 *   a port takes; or a signal came.
 	 */
 	bool next(captured_frame &frame);
 
@@ -44,41 +52,30 @@ class capture_reader
 	}
 
       private:
-	struct closer {
-		void operator()(pcap_t *p) const
-		{
-			pcap_close(p);
-		}
-	};
 	std::string path_;
-	std::unique_ptr<pcap_t, closer> pcap_;
+	std::unique_ptr<pcap_t, pcap_closer> pcap_;
 	uint64_t number_ = 0;
 	uint64_t size_ = 0;
 };
 
-/** Writes a capture beside its final name, and puts it there when it is whole. */
 class capture_writer
 {
       public:
 	/** @throws vask_meter_error: cannot be created. */
 	explicit capture_writer(const std::string &path);
-	/** Removes what was written, unless commit() put it in place. */
-	~capture_writer();
-	capture_writer(const capture_writer &) = delete;
-	capture_writer &operator=(const capture_writer &) = delete;
 
+	/** @throws vask_meter_error: cannot be written. */
 	void write(uint64_t time_ns, const uint8_t *data, uint32_t length);
 
-	/** @throws vask_meter_error: cannot be written or renamed. */
-	void commit();
+	output_file &file()
+	{
+		return file_;
+	}
 
       private:
-	std::string path_, part_;
-	pcap_t *pcap_ = nullptr;
-	pcap_dumper_t *dumper_ = nullptr;
+	output_file file_;
+	std::unique_ptr<pcap_t, pcap_closer> pcap_;
+	pcap_dumper_t *dumper_;
 };
-
-/** Writes a text file likewise: whole or not at all. */
-void write_whole_file(const std::string &path, const std::string &text);
 
 #endif /* VASK_METER_CAPTURE_H */

@@ -1,9 +1,7 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include "cfgfile.h"
 
-#include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <fstream>
 #include <memory>
 #include <set>
@@ -11,6 +9,7 @@
 #include <rte_cfgfile.h>
 
 #include "error.h"
+#include "input_file.h"
 
 namespace
 {
@@ -46,13 +45,15 @@ u32_of(const std::string &text)
 std::vector<std::vector<unsigned int>>
 lines_of(const std::string &path)
 {
+	check_input_file(path, input_kind::FILE, "a configuration file");
 	std::ifstream in(path);
-	if (!in)
-		refuse("{}: {}", path, std::strerror(errno));
 
 	std::vector<std::vector<unsigned int>> sections;
 	std::string line;
 	for (unsigned int number = 1; std::getline(in, line); number++) {
+		/* the library's lines would end there */
+		if (line.find('\0') != std::string::npos)
+			refuse("{}:{}: a byte of value 0; accepted is text", path, number);
 		/* as the library cuts comments: at the first ';' that no backslash precedes */
 		const size_t semicolon = line.find(';');
 		if (semicolon != std::string::npos &&
@@ -77,8 +78,8 @@ lines_of(const std::string &path)
 			refuse("{}:{}: \"{}\": accepted are [section], key = value and ; comment",
 				path, number, line);
 		if (sections.empty())
-			refuse("{}:{}: \"{}\" stands before the first [section]", path, number,
-				line);
+			refuse("{}:{}: \"{}\" stands before the first [section]; accepted are keys in one",
+				path, number, line);
 		sections.back().push_back(number);
 	}
 	return sections;
@@ -153,8 +154,8 @@ cfg_section::check_keys(std::initializer_list<const char *> keys) const
 			refuse("{}:{}: {}: \"{}\": unknown key; accepted are {}", file, e.line,
 				e.key, e.value, accepted);
 		if (!seen.insert(e.key).second)
-			refuse("{}:{}: {}: \"{}\": given twice in this section", file, e.line,
-				e.key, e.value);
+			refuse("{}:{}: {}: \"{}\": given twice in this section; accepted is each key once",
+				file, e.line, e.key, e.value);
 	}
 }
 

@@ -1,6 +1,8 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <sstream>
 
@@ -26,9 +28,15 @@ number_of(const p4_layout &layout, const std::string &name, const std::string &t
 
 	if (failure == std::errc() && end == last)
 		return value;
-	if (failure == std::errc() && !hex)
+	if (failure == std::errc::result_out_of_range || hex)
+		refuse("{}.{}: \"{}\" is no number of 64 bits; accepted are decimal, 0x and "
+		       "hexadecimal, or a number with its unit",
+			layout.name, name, text);
+	try {
 		return quantity_parse(text).value;
-	refuse("{}.{}: \"{}\" is no number of 64 bits", layout.name, name, text);
+	} catch (const vask_meter_error &e) {
+		refuse("{}.{}: {}", layout.name, name, e.what());
+	}
 }
 
 std::string
@@ -56,7 +64,8 @@ values_of(const p4_layout &layout, const std::vector<std::string> &assignments)
 			refuse("\"{}\": accepted is FIELD=NUMBER with a field of {}", word,
 				names_of(layout));
 		if (seen[i])
-			refuse("\"{}\": {} is given twice", word, name);
+			refuse("\"{}\": {} is given twice; accepted is each field once", word,
+				name);
 		seen[i] = true;
 		values[i] = number_of(layout, name, word.substr(equals + 1));
 	}
@@ -109,10 +118,12 @@ each_line(Function run)
 		try {
 			run(line);
 		} catch (const vask_meter_error &e) {
-			throw vask_meter_error(
-				e.exit_code, fmt::format("-:{}: {}", number, e.what()));
+			throw vask_meter_error(e.exit_code,
+				fmt::format("standard input:{}: {}", number, e.what()));
 		}
 	}
+	if (std::ferror(stdin))
+		fail("standard input: cannot be read: {}", std::strerror(errno));
 }
 
 bool
@@ -137,10 +148,7 @@ run_decode()
 {
 	if (from_standard_input())
 		return each_line(decode);
-	std::string hex;
-	for (const std::string &word : words)
-		hex += word + " ";
-	decode(hex);
+	decode(fmt::format("{}", fmt::join(words, " ")));
 }
 } // namespace
 
@@ -150,20 +158,21 @@ add_p4_command(CLI::App &app)
 	CLI::App *p4 =
 		app.add_subcommand("p4", "Packed entries of the P4 tables: written and read");
 	p4->require_subcommand(1);
+	set_footer(*p4, "vask-meter p4 encode --brief policer red_action=2");
 
 	CLI::App *to = p4->add_subcommand("encode", "From named fields to the bytes of an entry");
 	to->add_option("TABLE", table, "profile, policer or instance")->required();
 	to->add_option("FIELD=NUMBER", words,
 		"fields (decimal, 0x..., or with a unit; 0 when left out), or - for lines of them");
-	to->footer(
-		"Example:\n  vask-meter p4 encode profile cir=10Mbit/s cbs=64KiB ebs=64KiB meter_rfc=0\n");
+	set_footer(
+		*to, "vask-meter p4 encode profile cir=10Mbit/s cbs=64KiB ebs=64KiB meter_rfc=0");
 	to->callback(run_encode);
 
 	CLI::App *from = p4->add_subcommand("decode", "From the bytes of an entry to its fields");
 	from->add_option("TABLE", table, "profile, policer or instance")->required();
 	from->add_option("HEX", words, "the bytes in hexadecimal, or - for lines of them")
 		->required();
-	from->footer("Example:\n  vask-meter p4 decode policer 02 3a 00\n");
+	set_footer(*from, "vask-meter p4 decode policer 02 3a 00");
 	from->callback(run_decode);
 
 	for (CLI::App *sub : {to, from})

@@ -1,10 +1,12 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include <cstdio>
+#include <optional>
 #include <unistd.h>
 
 #include "capture.h"
 #include "command.h"
 #include "error.h"
+#include "interrupt.h"
 #include "replay.h"
 #include "report_html.h"
 #include "report_text.h"
@@ -12,7 +14,7 @@
 namespace
 {
 replay_options options;
-std::string config_path, csv, json, report;
+std::string config_path, out_path, packets_path, csv_path, json_path, report_path;
 
 /* A bar on a terminal for as long as it lives; its line is empty again afterwards. */
 class progress_bar
@@ -55,24 +57,41 @@ replay_with_bar(const meters_config &config)
 void
 run()
 {
+	check_distinct({{"CONFIG", config_path}, {"CAPTURE", options.capture}, {"--out", out_path},
+		{"--packets", packets_path}, {"--csv", csv_path}, {"--json", json_path},
+		{"--report", report_path}});
 	const meters_config config = config_read(config_path);
-
 	fmt::print("{}{}", profiles_text(config), remarks_text(config));
-	if (std::fflush(stdout) != 0)
-		fail("standard output: cannot write");
-	options.samples = !report.empty();
-	const replay_result result = replay_with_bar(config);
+	flush_standard_output();
 
+	const interrupt_guard signals;
+	/* all at first, so that a place that cannot be written shows before a long replay */
+	std::optional<capture_writer> out;
+	std::optional<output_file> packets, csv, json, report;
+	if (!out_path.empty())
+		options.out = &out.emplace(out_path);
+	if (!packets_path.empty())
+		options.packets = &packets.emplace(packets_path);
+	if (!csv_path.empty())
+		csv.emplace(csv_path);
+	if (!json_path.empty())
+		json.emplace(json_path);
+	if (!report_path.empty())
+		report.emplace(report_path);
+	options.samples = report.has_value();
+
+	const replay_result result = replay_with_bar(config);
 	fmt::print("\n{}", result_text(config, result));
-	if (!csv.empty())
-		write_whole_file(csv, result_csv(config, result));
-	if (!json.empty())
-		write_whole_file(json, result_json(config, result));
-	if (!report.empty())
-		write_whole_file(report, result_html(config, result, options.capture));
-	for (const std::string &path : {options.out, options.packets, csv, json, report})
-		if (!path.empty())
-			fmt::print("wrote {}\n", path);
+	if (csv)
+		csv->write(result_csv(config, result));
+	if (json)
+		json->write(result_json(config, result));
+	if (report)
+		report->write(result_html(config, result, options.capture));
+
+	stop_if_interrupted();
+	commit_outputs({out ? &out->file() : nullptr, packets ? &*packets : nullptr,
+		csv ? &*csv : nullptr, json ? &*json : nullptr, report ? &*report : nullptr});
 }
 } // namespace
 
@@ -87,16 +106,15 @@ add_replay_command(CLI::App &app)
 		->required();
 	replay->add_option("CAPTURE", options.capture, "Ethernet frames, pcap or pcapng")
 		->required();
-	replay->add_option("-o,--out", options.out, "the packets as they leave, a capture");
-	replay->add_option("--csv", csv, "a line for each meter");
-	replay->add_option("--json", json, "the whole result");
-	replay->add_option("--packets", options.packets,
+	add_output(*replay, "-o,--out", out_path, "the packets as they leave, a capture");
+	add_output(*replay, "--csv", csv_path, "a line for each meter");
+	add_output(*replay, "--json", json_path, "the whole result");
+	add_output(*replay, "--packets", packets_path,
 		"a line for each packet: its meters, their colours, and when it left");
-	replay->add_option(
-		"--report", report, "a page with charts of rates by colour and bucket levels");
+	add_output(*replay, "--report", report_path,
+		"a page with charts of rates by colour and bucket levels");
 	replay->add_flag("--verbose", options.verbose, "let DPDK and the driver log");
-	replay->footer(
-		"Example:\n  vask-meter replay examples/metered-port.cfg tests/data/iperf3.pcap "
-		"-o out.pcap\n");
+	set_footer(*replay,
+		"vask-meter replay examples/metered-port.cfg tests/data/iperf3.pcap --report report.html");
 	replay->callback(run);
 }

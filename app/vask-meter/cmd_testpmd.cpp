@@ -1,11 +1,11 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include <cstdio>
 
-#include "capture.h"
 #include "command.h"
 #include "config.h"
 #include "error.h"
 #include "flow_rule.h"
+#include "output_file.h"
 
 namespace
 {
@@ -111,10 +111,11 @@ add_testpmd_command(CLI::App &app)
 	CLI::App *testpmd = app.add_subcommand("testpmd", "testpmd's commands for the same set-up");
 	testpmd->add_option("CONFIG", config_path, "profiles, policies, meters and flow rules")
 		->required();
-	testpmd->add_option("-o,--out", out, "a file for them; else standard output");
-	testpmd->footer(
-		"Example:\n  vask-meter testpmd examples/metered-port.cfg -o metered-port.testpmd\n");
+	add_output(*testpmd, "-o,--out", out, "a file for them; else standard output");
+	set_footer(
+		*testpmd, "vask-meter testpmd examples/metered-port.cfg -o metered-port.testpmd");
 	testpmd->callback([] {
+		check_distinct({{"CONFIG", config_path}, {"--out", out}});
 		const std::string text = commands(config_read(config_path));
 		if (out.empty())
 			fmt::print("{}", text);

@@ -1,24 +1,19 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include <charconv>
 #include <cstdio>
-#include <span>
+#include <optional>
 
-#include "capture.h"
 #include "command.h"
 #include "error.h"
-#include "quantity.h"
+#include "interrupt.h"
+#include "output_file.h"
 #include "tune.h"
+#include "tune_html.h"
 
 namespace
 {
 tune_options options;
-std::string algorithm = "rfc2697", loss = "0.1%", csv;
-
-/* Bursts that are tried: 2 KiB to 1 MiB, or 1 to 512 packets. */
-constexpr uint32_t BURSTS_BYTES[] = {2, 4, 8, 16, 32, 64, 128, 256, 512, 1024};
-constexpr uint32_t BURSTS_PACKETS[] = {1, 2, 4, 8, 16, 32, 64, 128, 256, 512};
-/* Rates that are tried, in percent of the traffic's mean. */
-constexpr uint32_t RATES_PERCENT[] = {50, 75, 90, 100, 110, 125, 150, 200, 300, 400};
+std::string algorithm = "rfc2697", loss = "0.1%", csv_path, report_path;
 
 enum rte_mtr_algorithm
 algorithm_of(const std::string &name)
@@ -45,97 +40,88 @@ share_of(const std::string &text)
 	return percent / 100;
 }
 
-std::string
-rate_text(uint32_t units)
-{
-	return options.packet_mode ? format_quantity(quantity_kind::PACKET_RATE, units)
-				   : format_quantity(quantity_kind::RATE, uint64_t{units} * 8000);
-}
-
-std::string
-burst_text(uint32_t units)
-{
-	return options.packet_mode ? format_quantity(quantity_kind::PACKETS, units)
-				   : format_quantity(quantity_kind::BURST, uint64_t{units} * 1024);
-}
-
 /* "12.3/4.5/83.2": percent of packets green, yellow and red. */
 std::string
-shares_text(const std::array<uint64_t, RTE_COLORS> &counts, size_t packets)
+shares_text(const tune_point &point, uint64_t packets)
 {
 	const auto percent = [packets](uint64_t n) {
 		return 100 * static_cast<double>(n) / static_cast<double>(packets);
 	};
-	return fmt::format("{:.1f}/{:.1f}/{:.1f}", percent(counts[RTE_COLOR_GREEN]),
-		percent(counts[RTE_COLOR_YELLOW]), percent(counts[RTE_COLOR_RED]));
+	return fmt::format("{:.1f}/{:.1f}/{:.1f}", percent(point.counts[RTE_COLOR_GREEN]),
+		percent(point.counts[RTE_COLOR_YELLOW]), percent(point.counts[RTE_COLOR_RED]));
 }
 
 void
-print_sweep(
-	const std::vector<tune_packet> &packets, std::span<const uint32_t> bursts, uint32_t mean)
+print_sweep(const tune_result &result)
 {
-	std::string lines = "rate,burst,green_packets,yellow_packets,red_packets\n";
-
 	fmt::print(
 		"\npackets green/yellow/red in percent, by committed rate (down) and burst (across)\n"
 		"{:>14}",
 		"");
 	/* every other burst: all of them would not fit a terminal */
-	for (size_t i = 0; i < bursts.size(); i += 2)
-		fmt::print("{:>17}", burst_text(bursts[i]));
-	for (const uint32_t percent : RATES_PERCENT) {
-		const auto rate = static_cast<uint32_t>(
-			std::max<uint64_t>(1, uint64_t{mean} * percent / 100));
-		fmt::print("\n{:>14}", rate_text(rate));
-		for (size_t i = 0; i < bursts.size(); i++) {
-			const uint32_t burst = bursts[i];
-			const auto counts = tune_color_counts(packets, options, rate, burst);
-			if (i % 2 == 0)
-				fmt::print("{:>17}", shares_text(counts, packets.size()));
-			lines += fmt::format("{},{},{},{},{}\n",
-				uint64_t{rate} * (options.packet_mode ? 1 : 8000),
-				uint64_t{burst} * (options.packet_mode ? 1 : 1024),
-				counts[RTE_COLOR_GREEN], counts[RTE_COLOR_YELLOW],
-				counts[RTE_COLOR_RED]);
-		}
+	for (size_t i = 0; i < result.bursts.size(); i += 2)
+		fmt::print("{:>17}", tune_burst_text(options, result.bursts[i]));
+	for (size_t r = 0; r < result.rates.size(); r++) {
+		fmt::print("\n{:>14}", tune_rate_text(options, result.rates[r]));
+		for (size_t i = 0; i < result.bursts.size(); i += 2)
+			fmt::print("{:>17}",
+				shares_text(result.sweep[r * result.bursts.size() + i],
+					result.packets));
 	}
 	fmt::print("\n");
-	if (!csv.empty()) {
-		write_whole_file(csv, lines);
-		fmt::print("wrote {}\n", csv);
-	}
 }
 
 void
-print_smallest(const std::vector<tune_packet> &packets, std::span<const uint32_t> bursts)
+print_smallest(const tune_result &result)
 {
 	fmt::print("\nsmallest committed rate that keeps the loss within {}, by burst\n", loss);
 	fmt::print("{:>14}{:>16}{:>20}\n", "burst", "rate", "green/yellow/red");
-	for (const uint32_t burst : bursts) {
-		const uint32_t rate = tune_rate(packets, options, burst);
-		if (rate == 0)
-			fmt::print("{:>14}{:>16}\n", burst_text(burst), "none");
+	for (const tune_point &point : result.smallest)
+		if (point.rate == 0)
+			fmt::print("{:>14}{:>16}\n", tune_burst_text(options, point.burst), "none");
 		else
-			fmt::print("{:>14}{:>16}{:>20}\n", burst_text(burst), rate_text(rate),
-				shares_text(tune_color_counts(packets, options, rate, burst),
-					packets.size()));
-	}
+			fmt::print("{:>14}{:>16}{:>20}\n", tune_burst_text(options, point.burst),
+				tune_rate_text(options, point.rate),
+				shares_text(point, result.packets));
+}
+
+std::string
+sweep_csv(const tune_result &result)
+{
+	std::string lines = "rate,burst,green_packets,yellow_packets,red_packets\n";
+
+	for (const tune_point &point : result.sweep)
+		lines += fmt::format("{},{},{},{},{}\n", tune_rate_value(options, point.rate),
+			tune_burst_value(options, point.burst), point.counts[RTE_COLOR_GREEN],
+			point.counts[RTE_COLOR_YELLOW], point.counts[RTE_COLOR_RED]);
+	return lines;
 }
 
 void
 run()
 {
+	check_distinct(
+		{{"CAPTURE", options.capture}, {"--csv", csv_path}, {"--report", report_path}});
 	options.algorithm = algorithm_of(algorithm);
 	options.loss = share_of(loss);
-	const std::vector<tune_packet> packets = tune_read(options);
-	const uint32_t mean = tune_mean_rate(packets, options.packet_mode);
-	const std::span<const uint32_t> bursts =
-		options.packet_mode ? std::span(BURSTS_PACKETS) : std::span(BURSTS_BYTES);
+	const interrupt_guard signals;
+	std::optional<output_file> csv, report;
+	if (!csv_path.empty())
+		csv.emplace(csv_path);
+	if (!report_path.empty())
+		report.emplace(report_path);
+	const tune_result result = tune_run(tune_read(options), options);
 
-	fmt::print("{} packets, mean rate {}, {}, excess {} %\n", packets.size(), rate_text(mean),
-		algorithm, options.excess_percent);
-	print_sweep(packets, bursts, mean);
-	print_smallest(packets, bursts);
+	fmt::print("{} packets, mean rate {}, {}, excess {} %\n", result.packets,
+		tune_rate_text(options, result.mean), algorithm, options.excess_percent);
+	print_sweep(result);
+	print_smallest(result);
+	if (csv)
+		csv->write(sweep_csv(result));
+	if (report)
+		report->write(tune_html(options, algorithm, loss, result));
+	stop_if_interrupted();
+	commit_outputs({csv ? &*csv : nullptr, report ? &*report : nullptr});
 }
 } // namespace
 
@@ -159,8 +145,10 @@ add_tune_command(CLI::App &app)
 		    "much above them")
 		->check(CLI::Range(0, 1000))
 		->capture_default_str();
-	tune->add_option("--csv", csv, "the sweep, a line for each rate and burst");
-	tune->footer(
-		"Example:\n  vask-meter tune tests/data/iperf3.pcap --filter 'udp port 5203' --loss 1%\n");
+	add_output(*tune, "--csv", csv_path, "the sweep, a line for each rate and burst");
+	add_output(
+		*tune, "--report", report_path, "a page with charts of the sweep; needs gnuplot");
+	set_footer(
+		*tune, "vask-meter tune tests/data/iperf3.pcap --filter 'udp port 5203' --loss 1%");
 	tune->callback(run);
 }

@@ -69,9 +69,8 @@ add_units_command(CLI::App &app)
 	CLI::App *units = app.add_subcommand("units",
 		"What each table and register of the card holds for a rate, a burst or a packet rate");
 	units->add_option("QUANTITY", quantities, "a number with its unit, or several")->required();
-	units->footer(
-		fmt::format("Units: {}.\n\nExample:\n  vask-meter units 10Mbit/s 64KiB 5000pps\n",
-			QUANTITY_UNITS));
+	set_footer(*units, "vask-meter units 10Mbit/s 64KiB 5000pps",
+		fmt::format("Units: {}.", QUANTITY_UNITS));
 	units->callback([] {
 		for (const std::string &text : quantities)
 			print_units(text);

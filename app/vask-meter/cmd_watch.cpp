@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include <cstdio>
+#include <cstdlib>
 
 /* without its macros: they would hide half of the standard library */
 #define NCURSES_NOMACROS
@@ -43,7 +44,7 @@ read_rows(telemetry_client &client)
 		const nlohmann::json page =
 			client.ask(fmt::format("/net_vask1/meters,{},{}", first, PAGE));
 		if (!page.is_object() || !page.contains("ids"))
-			fail("the process has no net_vask1 port");
+			fail("the process has no net_vask1 port; accepted is the --file-prefix of one that has");
 		total = page.value("total", 0U);
 		for (const uint32_t id : page["ids"].get<std::vector<uint32_t>>()) {
 			/* an error when it was destroyed meanwhile: no engine, so no row */
@@ -57,10 +58,16 @@ read_rows(telemetry_client &client)
 }
 
 /* The terminal as a screen, for the time of the watch. */
-struct screen {
+class screen
+{
+      public:
 	screen()
 	{
-		initscr();
+		/* initscr() would end the process */
+		terminal_ = newterm(nullptr, stdout, stdin);
+		if (terminal_ == nullptr)
+			fail("TERM=\"{}\": unknown terminal; accepted are those of terminfo(5)",
+				std::getenv("TERM") ? std::getenv("TERM") : "");
 		cbreak();
 		noecho();
 		curs_set(0);
@@ -68,9 +75,13 @@ struct screen {
 	~screen()
 	{
 		endwin();
+		delscreen(terminal_);
 	}
 	screen(const screen &) = delete;
 	screen &operator=(const screen &) = delete;
+
+      private:
+	SCREEN *terminal_;
 };
 
 void
@@ -115,12 +126,8 @@ live(telemetry_client &client, watch_order order, watch_filter filter)
 }
 
 void
-run()
+show(telemetry_client &client, watch_order order, watch_filter filter)
 {
-	const watch_order order = named<watch_order>("--sort", order_name, ORDERS);
-	const watch_filter filter = named<watch_filter>("--filter", filter_name, FILTERS);
-	telemetry_client client(file_prefix);
-
 	if (isatty(STDOUT_FILENO) && isatty(STDIN_FILENO))
 		return live(client, order, filter);
 
@@ -131,6 +138,20 @@ run()
 	for (const std::string &line :
 		watch_lines(watch_select(std::move(rows), order, filter), false))
 		fmt::print("{}\n", line);
+}
+
+void
+run()
+{
+	const watch_order order = named<watch_order>("--sort", order_name, ORDERS);
+	const watch_filter filter = named<watch_filter>("--filter", filter_name, FILTERS);
+	telemetry_client client(file_prefix);
+
+	try {
+		show(client, order, filter);
+	} catch (const nlohmann::json::exception &) {
+		client.not_telemetry();
+	}
 }
 } // namespace
 
@@ -148,8 +169,7 @@ add_watch_command(CLI::App &app)
 		->capture_default_str();
 	watch->add_option("--filter", filter_name, "all, rx, tx or dropping")
 		->capture_default_str();
-	watch->footer(
-		"On a terminal: s changes the order, f the filter, q ends it. Elsewhere: the totals, once.\n\n"
-		"Example:\n  vask-meter watch --file-prefix rte --sort red\n");
+	set_footer(*watch, "vask-meter watch --file-prefix rte --sort red",
+		"On a terminal: s changes the order, f the filter, q ends it. Elsewhere: the totals, once.");
 	watch->callback(run);
 }

@@ -10,6 +10,13 @@
 
 #include <CLI/CLI.hpp>
 
+/** What --help ends with: notes if any, an example for a shell, and the exit codes. */
+void set_footer(CLI::App &command, const std::string &example, const std::string &notes = "");
+
+/** An option for the path of a file to write. */
+CLI::Option *add_output(CLI::App &command, const std::string &names, std::string &path,
+	const std::string &description);
+
 void add_replay_command(CLI::App &app);
 void add_testpmd_command(CLI::App &app);
 void add_tune_command(CLI::App &app);

@@ -88,6 +88,7 @@ read_profile(const cfg_section &s, const meters_config &config)
 		s.refuse_entry(cir, "accepted is a rate such as 10Mbit/s or 5000pps");
 
 	profile_config p = {};
+	p.where = s.where();
 	p.id = id;
 	p.packet_mode = kind == quantity_kind::PACKET_RATE;
 	const auto rate = [&](const char *key) {
@@ -128,6 +129,7 @@ read_policy(const cfg_section &s, const meters_config &config)
 	static const char *const keys[RTE_COLORS] = {"green", "yellow", "red"};
 	policy_config p = {};
 
+	p.where = s.where();
 	p.id = new_id(s, config.policies, 1, config.p4 ? P4_ROW_MAX : UINT32_MAX);
 	s.check_keys({"green", "yellow", "red"});
 	for (size_t colour = 0; colour < RTE_COLORS; colour++) {
@@ -152,6 +154,7 @@ read_meter(const cfg_section &s, const meters_config &config)
 {
 	meter_config m = {};
 
+	m.where = s.where();
 	m.id = new_id(s, config.meters, 1, UINT32_MAX);
 	s.check_keys({"port", "direction", "profile", "policy", "original_length", "color_aware",
 		"enable"});
@@ -164,12 +167,16 @@ read_meter(const cfg_section &s, const meters_config &config)
 	const cfg_entry &profile = s.need("profile", "the number of a [profile N]");
 	m.profile = s.number(profile, 0, UINT32_MAX);
 	if (config.profile(m.profile) == nullptr)
-		s.refuse_entry(profile, fmt::format("there is no [profile {}]", m.profile));
+		s.refuse_entry(profile,
+			fmt::format(
+				"there is no [profile {}]; accepted is the number of a [profile N]",
+				m.profile));
 	if (const cfg_entry *e = s.find("policy")) {
 		m.policy = s.number(*e, 0, UINT32_MAX);
 		if (m.policy != 0 && config.policy(m.policy) == nullptr)
 			s.refuse_entry(*e,
-				fmt::format("there is no [policy {}]; 0 is the one that drops red",
+				fmt::format(
+					"there is no [policy {}]; accepted is the number of a [policy N], or 0",
 					m.policy));
 	}
 	m.original_length = s.yes("original_length", false);
@@ -200,6 +207,7 @@ read_flow(const cfg_section &s, const meters_config &config)
 {
 	flow_config f = {};
 
+	f.where = s.where();
 	f.id = new_id(s, config.flows, 0, UINT32_MAX);
 	s.check_keys({"meter", "port", "direction", "priority", "vlan", "src", "dst", "dscp",
 		"protocol", "sport", "dport"});
@@ -207,7 +215,9 @@ read_flow(const cfg_section &s, const meters_config &config)
 	f.meter = s.number(meter, 1, UINT32_MAX);
 	const meter_config *m = config.meter(f.meter);
 	if (m == nullptr)
-		s.refuse_entry(meter, fmt::format("there is no [meter {}]", f.meter));
+		s.refuse_entry(meter,
+			fmt::format("there is no [meter {}]; accepted is the number of a [meter N]",
+				f.meter));
 	f.port = m->port;
 	f.egress = m->side == meter_side::TX;
 	if (const cfg_entry *e = s.find("port"))
@@ -233,7 +243,7 @@ read_flow(const cfg_section &s, const meters_config &config)
 		if (e == nullptr)
 			continue;
 		if (!f.protocol)
-			s.refuse_entry(*e, "a port needs protocol = tcp or udp");
+			s.refuse_entry(*e, "accepted is a port beside protocol = tcp or udp");
 		*port = static_cast<uint16_t>(s.number(*e, 0, L4_PORT_MAX));
 	}
 	return f;

@@ -22,6 +22,7 @@
 enum class meter_side { RX, TX, BOTH };
 
 struct profile_config {
+	std::string where; /* "FILE:12: [profile 9]", for what is refused later */
 	uint32_t id;
 	enum rte_mtr_algorithm algorithm;
 	bool packet_mode;
@@ -35,11 +36,13 @@ struct colour_config {
 };
 
 struct policy_config {
+	std::string where; /* "FILE:12: [policy 9]", for what is refused later */
 	uint32_t id;
 	std::array<colour_config, RTE_COLORS> colours; /* by enum rte_color */
 };
 
 struct meter_config {
+	std::string where; /* "FILE:12: [meter 9]", for what is refused later */
 	uint32_t id;
 	uint16_t port;
 	meter_side side;
@@ -54,6 +57,7 @@ struct address_config {
 };
 
 struct flow_config {
+	std::string where; /* "FILE:12: [flow 9]", for what is refused later */
 	uint32_t id;
 	uint16_t port;
 	bool egress;

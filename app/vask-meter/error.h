@@ -7,6 +7,7 @@
  * How the program fails: one line on standard error, and one of these exit codes.
  */
 
+#include <cctype>
 #include <stdexcept>
 #include <string>
 
@@ -19,11 +20,24 @@ enum vask_meter_exit {
 	VASK_METER_REFUSED = 2, /* the input is wrong: options, configuration, capture */
 };
 
+/** In one line, whatever stands in what it quotes: control characters as "\\x0a". */
+inline std::string
+one_line(const std::string &text)
+{
+	std::string line;
+	for (const char c : text)
+		if (std::iscntrl(static_cast<unsigned char>(c)))
+			line += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+		else
+			line += c;
+	return line;
+}
+
 class vask_meter_error : public std::runtime_error
 {
       public:
 	vask_meter_error(int exit_code, const std::string &line)
-		: std::runtime_error(line), exit_code(exit_code)
+		: std::runtime_error(one_line(line)), exit_code(exit_code)
 	{
 	}
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include <rte_errno.h>
 #include <rte_flow.h>
 
 #include "error.h"
@@ -163,7 +164,7 @@ ip_words(const flow_config &rule)
 } // namespace
 
 void
-create_flow_rule(const meters_config &config, const flow_config &rule, uint16_t ethdev)
+create_flow_rule(const flow_config &rule, uint16_t ethdev)
 {
 	rte_flow_attr attr = {};
 	rte_flow_action_meter meter = {rule.meter};
@@ -179,8 +180,8 @@ create_flow_rule(const meters_config &config, const flow_config &rule, uint16_t 
 	actions[0].conf = &meter;
 	actions[1].type = RTE_FLOW_ACTION_TYPE_END;
 	if (rte_flow_create(ethdev, &attr, records.pattern.data(), actions, &error) == nullptr)
-		fail("{}: [flow {}]: {}", config.path, rule.id,
-			error.message ? error.message : "the port refused the rule");
+		fail("{}: refused by the port: {}", rule.where,
+			error.message ? error.message : rte_strerror(rte_errno));
 }
 
 std::string

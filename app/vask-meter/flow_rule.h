@@ -12,7 +12,7 @@
 #include "config.h"
 
 /** Creates the rule. @throws vask_meter_error with the port's own message. */
-void create_flow_rule(const meters_config &config, const flow_config &rule, uint16_t ethdev);
+void create_flow_rule(const flow_config &rule, uint16_t ethdev);
 
 /** testpmd's command for the same rule. */
 std::string flow_rule_command(const flow_config &rule);

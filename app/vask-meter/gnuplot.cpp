@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -39,6 +40,17 @@ class scratch_folder
 	std::filesystem::path path;
 };
 
+std::string
+last_line(const std::string &file)
+{
+	std::ifstream in(file);
+	std::string line, last;
+	while (std::getline(in, line))
+		if (!line.empty())
+			last = line;
+	return last;
+}
+
 void
 run_gnuplot(const std::filesystem::path &script)
 {
@@ -47,12 +59,30 @@ run_gnuplot(const std::filesystem::path &script)
 	pid_t child;
 	int status;
 
-	if (posix_spawnp(&child, "gnuplot", nullptr, nullptr, argv, environ) != 0)
+	/* it warns of charts without a packet, which are none of the reader's business */
+	const std::string said = script.string() + ".stderr";
+	posix_spawn_file_actions_t actions;
+	posix_spawn_file_actions_init(&actions);
+	posix_spawn_file_actions_addopen(
+		&actions, STDERR_FILENO, said.c_str(), O_WRONLY | O_CREAT, 0600);
+	const int rc = posix_spawnp(&child, "gnuplot", &actions, nullptr, argv, environ);
+	posix_spawn_file_actions_destroy(&actions);
+	if (rc != 0)
 		fail("the report's charts need gnuplot, which is not installed (Debian: gnuplot-nox)");
 	while (waitpid(child, &status, 0) < 0 && errno == EINTR)
 		;
 	if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-		fail("gnuplot failed on the report's charts");
+		fail("gnuplot failed on the report's charts: {}", last_line(said));
+}
+
+/* Black where gnuplot has a colour of its own for text and axes: the page's text may be light on dark. */
+std::string
+with_text_colour(std::string svg)
+{
+	for (const char *black : {"\"black\"", "'black'", "'rgb(  0,   0,   0)'"})
+		for (size_t at = svg.find(black); at != std::string::npos; at = svg.find(black, at))
+			svg.replace(at, std::strlen(black), "\"currentColor\"");
+	return svg;
 }
 
 /* The element without the document around it. */
@@ -66,12 +96,12 @@ svg_of(const std::filesystem::path &file)
 	const size_t start = document.find("<svg");
 	if (start == std::string::npos)
 		fail("gnuplot left no chart");
-	return document.substr(start);
+	return with_text_colour(document.substr(start));
 }
 } // namespace
 
 std::vector<std::string>
-gnuplot_svgs(const std::vector<std::string> &scripts)
+gnuplot_svgs(const std::vector<gnuplot_script> &scripts)
 {
 	const scratch_folder folder;
 	std::vector<std::string> svgs;
@@ -83,10 +113,10 @@ gnuplot_svgs(const std::vector<std::string> &scripts)
 		std::ofstream script(folder.path / "script");
 		for (size_t i = 0; i < scripts.size(); i++)
 			script << fmt::format(
-					  "reset\nset terminal svg size 720,280 dynamic font 'sans-serif,13' "
+					  "reset\nset terminal svg size {},{} dynamic font 'sans-serif,13' "
 					  "name 'chart{}'\nset output '{}'\n",
-					  i, file(i).string())
-			       << scripts[i] << "unset output\n";
+					  scripts[i].width, scripts[i].height, i, file(i).string())
+			       << scripts[i].text << "unset output\n";
 		if (!script.flush())
 			fail("{}: {}", folder.path.string(), std::strerror(errno));
 	}

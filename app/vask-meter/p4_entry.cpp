@@ -249,11 +249,13 @@ bytes_of_hex(const std::string &text)
 		if (c == ' ' || c == ':')
 			continue;
 		if (!std::isxdigit(c))
-			refuse("\"{}\": '{}' is no hexadecimal digit", text, text[at]);
+			refuse("\"{}\": '{}' is no hexadecimal digit; accepted are 0 to 9, a to f",
+				text, text[at]);
 		digits += text[at];
 	}
 	if (digits.size() % 2 != 0)
-		refuse("\"{}\": {} hexadecimal digits make no whole bytes", text, digits.size());
+		refuse("\"{}\": {} hexadecimal digits make no whole bytes; accepted are two a byte",
+			text, digits.size());
 
 	std::vector<uint8_t> bytes;
 	for (size_t i = 0; i < digits.size(); i += 2)

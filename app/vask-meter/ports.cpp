@@ -2,9 +2,11 @@
 #include "ports.h"
 
 #include <array>
+#include <cstdio>
 #include <cstring>
 #include <sched.h>
 #include <string>
+#include <unistd.h>
 
 #include <rte_bus_vdev.h>
 #include <rte_eal.h>
@@ -44,6 +46,28 @@ first_allowed_cpu()
 	return cpu;
 }
 
+/* EAL writes to standard error whatever the log levels: its last line is taken from there. */
+int
+start_eal(std::vector<char *> &argv, std::string *said)
+{
+	const int terminal = said ? dup(STDERR_FILENO) : -1;
+	std::FILE *heard = said ? std::tmpfile() : nullptr;
+	if (heard != nullptr)
+		dup2(fileno(heard), STDERR_FILENO);
+	const int rc = rte_eal_init(static_cast<int>(argv.size()), argv.data());
+	if (heard != nullptr) {
+		char line[256];
+		dup2(terminal, STDERR_FILENO);
+		std::rewind(heard);
+		while (std::fgets(line, sizeof(line), heard) != nullptr)
+			said->assign(line, std::strcspn(line, "\n"));
+		std::fclose(heard);
+	}
+	if (terminal >= 0)
+		close(terminal);
+	return rc;
+}
+
 void
 check(int rc, const char *what)
 {
@@ -72,8 +96,9 @@ eal_session::eal_session(bool verbose)
 	std::vector<char *> argv;
 	for (std::string &a : args)
 		argv.push_back(a.data());
-	if (rte_eal_init(static_cast<int>(argv.size()), argv.data()) < 0)
-		fail("EAL does not start: {}", rte_strerror(rte_errno));
+	std::string said;
+	if (start_eal(argv, verbose ? nullptr : &said) < 0)
+		fail("EAL does not start: {}", said.empty() ? rte_strerror(rte_errno) : said);
 }
 
 eal_session::~eal_session()

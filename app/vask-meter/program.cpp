@@ -20,26 +20,20 @@ constexpr uint64_t MASK_TX = 1ULL << 62;
 constexpr uint64_t MASK_ORIGINAL_LENGTH = 1ULL << 61;
 constexpr uint64_t MASK_DROPS = RTE_MTR_STATS_N_PKTS_DROPPED | RTE_MTR_STATS_N_BYTES_DROPPED;
 
-[[noreturn]] void
-refused(const meters_config &config, const char *kind, uint32_t id, const char *why)
-{
-	fail("{}: [{} {}]: {}", config.path, kind, id, why ? why : "the port refused it");
-}
-
 void
-check_mtr(const meters_config &config, const char *kind, uint32_t id, int rc,
-	const rte_mtr_error &error)
+check_mtr(const std::string &where, int rc, const rte_mtr_error &error)
 {
 	if (rc != 0)
-		refused(config, kind, id, error.message ? error.message : rte_strerror(-rc));
+		fail("{}: refused by the port: {}", where,
+			error.message ? error.message : rte_strerror(-rc));
 }
 
 /* The P4 tables give a code and no message; their log has it. */
 void
-check_p4(const meters_config &config, const char *kind, uint32_t id, int rc)
+check_p4(const std::string &where, int rc)
 {
 	if (rc != 0)
-		refused(config, kind, id, "the P4 table refused the entry; --verbose shows why");
+		fail("{}: refused by the P4 table; --verbose shows why", where);
 }
 
 rte_mtr_meter_profile
@@ -78,7 +72,7 @@ p4_profile(const profile_config &p)
 }
 
 void
-add_mtr_policy(const meters_config &config, uint16_t port, const policy_config &p)
+add_mtr_policy(uint16_t port, const policy_config &p)
 {
 	std::array<std::array<rte_flow_action, 2>, RTE_COLORS> actions = {};
 	std::array<rte_flow_action_set_dscp, RTE_COLORS> dscp = {};
@@ -102,8 +96,7 @@ add_mtr_policy(const meters_config &config, uint16_t port, const policy_config &
 		list->type = RTE_FLOW_ACTION_TYPE_END;
 		params.actions[colour] = actions[colour].data();
 	}
-	check_mtr(config, "policy", p.id, rte_mtr_meter_policy_add(port, p.id, &params, &error),
-		error);
+	check_mtr(p.where, rte_mtr_meter_policy_add(port, p.id, &params, &error), error);
 }
 
 p4_meter_policer_t
@@ -125,7 +118,7 @@ p4_policer(const policy_config &p)
 }
 
 void
-add_mtr_meter(const meters_config &config, uint16_t port, const meter_config &m)
+add_mtr_meter(uint16_t port, const meter_config &m)
 {
 	rte_mtr_params params = {};
 	rte_mtr_error error = {};
@@ -141,7 +134,7 @@ add_mtr_meter(const meters_config &config, uint16_t port, const meter_config &m)
 		params.stats_mask |= MASK_TX;
 	if (m.original_length)
 		params.stats_mask |= MASK_ORIGINAL_LENGTH;
-	check_mtr(config, "meter", m.id, rte_mtr_create(port, m.id, &params, 0, &error), error);
+	check_mtr(m.where, rte_mtr_create(port, m.id, &params, 0, &error), error);
 }
 
 p4_meter_instance_t
@@ -163,10 +156,10 @@ p4_instance(uint16_t port, const meter_config &m)
 
 /* Creation enables a meter whatever it was asked, so disabling is a call of its own. */
 void
-disable(const meters_config &config, uint16_t port, const meter_config &m)
+disable(uint16_t port, const meter_config &m)
 {
 	rte_mtr_error error = {};
-	check_mtr(config, "meter", m.id, rte_mtr_meter_disable(port, m.id, &error), error);
+	check_mtr(m.where, rte_mtr_meter_disable(port, m.id, &error), error);
 }
 } // namespace
 
@@ -179,40 +172,37 @@ program_ports(const meters_config &config, const card_ports &ports)
 	for (const profile_config &p : config.profiles) {
 		if (config.p4) {
 			const p4_meter_profile_t entry = p4_profile(p);
-			check_p4(config, "profile", p.id,
-				rte_pmd_net_vask1_profile_add(p.id, &entry));
+			check_p4(p.where, rte_pmd_net_vask1_profile_add(p.id, &entry));
 		} else {
 			rte_mtr_meter_profile profile = mtr_profile(p);
-			check_mtr(config, "profile", p.id,
-				rte_mtr_meter_profile_add(first, p.id, &profile, &error), error);
+			check_mtr(p.where, rte_mtr_meter_profile_add(first, p.id, &profile, &error),
+				error);
 		}
 	}
 	for (const policy_config &p : config.policies) {
 		if (config.p4) {
 			const p4_meter_policer_t entry = p4_policer(p);
-			check_p4(config, "policy", p.id,
-				rte_pmd_net_vask1_policer_add(p.id, &entry));
+			check_p4(p.where, rte_pmd_net_vask1_policer_add(p.id, &entry));
 		} else {
-			add_mtr_policy(config, first, p);
+			add_mtr_policy(first, p);
 		}
 	}
 	for (const meter_config &m : config.meters) {
 		const uint16_t port = ports.ethdev(m.port);
 		if (config.p4) {
 			const p4_meter_instance_t entry = p4_instance(port, m);
-			check_p4(config, "meter", m.id,
-				rte_pmd_net_vask1_instance_add(m.id, &entry));
+			check_p4(m.where, rte_pmd_net_vask1_instance_add(m.id, &entry));
 			/* the table tells nobody that a creation failed */
 			if (vask_p4_find_hw_meterid_by_upid(m.id) == 0)
-				check_p4(config, "meter", m.id, -1);
+				check_p4(m.where, -1);
 		} else {
-			add_mtr_meter(config, port, m);
+			add_mtr_meter(port, m);
 		}
 		if (!m.enable)
-			disable(config, port, m);
+			disable(port, m);
 	}
 	for (const flow_config &f : config.flows)
-		create_flow_rule(config, f, ports.ethdev(f.port));
+		create_flow_rule(f, ports.ethdev(f.port));
 }
 
 void
@@ -225,20 +215,19 @@ unprogram_ports(const meters_config &config, const card_ports &ports)
 		rte_flow_flush(ports.ethdev(port), nullptr);
 	for (const meter_config &m : config.meters)
 		if (config.p4)
-			check_p4(config, "meter", m.id, rte_pmd_net_vask1_instance_del(m.id));
+			check_p4(m.where, rte_pmd_net_vask1_instance_del(m.id));
 		else
-			check_mtr(config, "meter", m.id,
-				rte_mtr_destroy(ports.ethdev(m.port), m.id, &error), error);
+			check_mtr(m.where, rte_mtr_destroy(ports.ethdev(m.port), m.id, &error),
+				error);
 	for (const policy_config &p : config.policies)
 		if (config.p4)
-			check_p4(config, "policy", p.id, rte_pmd_net_vask1_policer_del(p.id));
+			check_p4(p.where, rte_pmd_net_vask1_policer_del(p.id));
 		else
-			check_mtr(config, "policy", p.id,
-				rte_mtr_meter_policy_delete(first, p.id, &error), error);
+			check_mtr(p.where, rte_mtr_meter_policy_delete(first, p.id, &error), error);
 	for (const profile_config &p : config.profiles)
 		if (config.p4)
-			check_p4(config, "profile", p.id, rte_pmd_net_vask1_profile_del(p.id));
+			check_p4(p.where, rte_pmd_net_vask1_profile_del(p.id));
 		else
-			check_mtr(config, "profile", p.id,
-				rte_mtr_meter_profile_delete(first, p.id, &error), error);
+			check_mtr(
+				p.where, rte_mtr_meter_profile_delete(first, p.id, &error), error);
 }

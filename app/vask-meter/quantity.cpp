@@ -67,7 +67,8 @@ quantity_parse(const std::string &text)
 		if (c < '0' || c > '9')
 			break;
 		if (++digits > DIGITS_MAX)
-			refuse("\"{}\": more than {} digits", text, DIGITS_MAX);
+			refuse("\"{}\": too many digits; accepted are at most {}", text,
+				DIGITS_MAX);
 		number = number * 10 + (c - '0');
 		if (point)
 			scale *= 10;
@@ -87,7 +88,7 @@ quantity_parse(const std::string &text)
 		const unsigned __int128 divisor = scale * u.divisor;
 		const unsigned __int128 value = product / divisor;
 		if (value > UINT64_MAX)
-			refuse("\"{}\" is above 2^64 - 1 {}", text,
+			refuse("\"{}\": too large; accepted is at most 2^64 - 1 {}", text,
 				u.kind == RATE            ? "bytes/s"
 					: u.kind == BURST ? "bytes"
 							  : "packets");
@@ -145,7 +146,7 @@ format_quantity(quantity_kind kind, uint64_t value)
 	case PACKET_RATE:
 		return fmt::format("{} pps", value);
 	case PACKETS:
-		return fmt::format("{} packets", value);
+		return fmt::format("{} packet{}", value, value == 1 ? "" : "s");
 	}
 	return {};
 }

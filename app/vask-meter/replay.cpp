@@ -1,7 +1,6 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include "replay.h"
 
-#include <csignal>
 #include <optional>
 
 #include <rte_ethdev.h>
@@ -14,31 +13,6 @@
 namespace
 {
 constexpr uint64_t PROGRESS_FRAMES = 65536; /* between two reports */
-
-volatile std::sig_atomic_t interrupted;
-
-/* An interrupted replay ends as any other failure: nothing half-written stays. */
-class interrupt_guard
-{
-      public:
-	interrupt_guard()
-	{
-		struct sigaction action = {};
-		action.sa_handler = [](int) {
-			interrupted = 1;
-		};
-		sigaction(SIGINT, &action, &old_int_);
-		sigaction(SIGTERM, &action, &old_term_);
-	}
-	~interrupt_guard()
-	{
-		sigaction(SIGINT, &old_int_, nullptr);
-		sigaction(SIGTERM, &old_term_, nullptr);
-	}
-
-      private:
-	struct sigaction old_int_ = {}, old_term_ = {};
-};
 
 /* Each meter in each engine that may meet its packets: that of its side, and those of its rules. */
 std::vector<metered>
@@ -90,9 +64,9 @@ add_drops(uint16_t port, uint16_t ethdev, replay_result &result)
 class packet_log
 {
       public:
-	explicit packet_log(const std::string &path) : path_(path)
+	explicit packet_log(output_file &file) : file_(file)
 	{
-		text_ = "packet,arrived_ns,length,meters,left_ns\n";
+		file_.write("packet,arrived_ns,length,meters,left_ns\n");
 	}
 
 	void arrived(const captured_frame &frame)
@@ -117,16 +91,12 @@ class packet_log
 						fmt::format("{}{} {} {}", words.empty() ? "" : "; ",
 							after[i].egress ? "tx" : "rx",
 							after[i].meter.id, colours[c]);
-		text_ += line_ + words + "," + left_ + "\n";
-	}
-
-	void commit() const
-	{
-		write_whole_file(path_, text_);
+		file_.write(line_ + words + "," + left_ + "\n");
 	}
 
       private:
-	std::string path_, text_, line_, left_;
+	output_file &file_;
+	std::string line_, left_;
 };
 
 void
@@ -155,16 +125,12 @@ count_arrival(replay_result &result, const captured_frame &frame)
 replay_result
 replay(const meters_config &config, const replay_options &options)
 {
-	const interrupt_guard signals;
 	capture_reader reader(options.capture);
-	std::optional<capture_writer> writer;
 	std::optional<packet_log> log;
 	replay_result result = {};
 
-	if (!options.out.empty())
-		writer.emplace(options.out);
-	if (!options.packets.empty())
-		log.emplace(options.packets);
+	if (options.packets != nullptr)
+		log.emplace(*options.packets);
 
 	const eal_session eal(options.verbose);
 	card_ports ports(config.ports, config.enforce);
@@ -177,8 +143,8 @@ replay(const meters_config &config, const replay_options &options)
 	const departure_fn left = [&](const rte_mbuf *packet, uint64_t arrived_ns,
 					  uint64_t left_ns) {
 		count_departure(result, packet, arrived_ns, left_ns);
-		if (writer)
-			writer->write(left_ns, rte_pktmbuf_mtod(packet, const uint8_t *),
+		if (options.out != nullptr)
+			options.out->write(left_ns, rte_pktmbuf_mtod(packet, const uint8_t *),
 				packet->pkt_len);
 		if (log)
 			log->left(left_ns);
@@ -204,8 +170,6 @@ replay(const meters_config &config, const replay_options &options)
 			read_stats(result.meters);
 			log->metered_by(before, result.meters);
 		}
-		if (interrupted)
-			fail("{}: interrupted at frame {}", options.capture, frame.number);
 		if (options.progress && frame.number % PROGRESS_FRAMES == 0)
 			options.progress(reader.position(), reader.size());
 	}
@@ -219,9 +183,5 @@ replay(const meters_config &config, const replay_options &options)
 	for (uint16_t port = 0; port < config.ports; port++)
 		add_drops(port, ports.ethdev(port), result);
 	unprogram_ports(config, ports);
-	if (writer)
-		writer->commit();
-	if (log)
-		log->commit();
 	return result;
 }

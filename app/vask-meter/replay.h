@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "capture.h"
 #include "config.h"
 #include "rte_pmd_net_vask1.h"
 
@@ -68,8 +69,8 @@ struct replay_result {
 
 struct replay_options {
 	std::string capture;
-	std::string out;     /* capture of what leaves; empty: none */
-	std::string packets; /* a line for each packet; empty: none */
+	capture_writer *out = nullptr;  /* what leaves; null: not wanted */
+	output_file *packets = nullptr; /* a line for each packet; null: not wanted */
 	bool verbose = false;
 	bool samples = false;
 	/** Told now and then how far the capture has been read, of how much. */
@@ -79,7 +80,9 @@ struct replay_options {
 /**
  * Starts EAL and the ports, programs them, replays the capture and takes everything down again.
  *
- * @throws vask_meter_error, and no output file is left.
+ * Neither output is finished: that is left to the caller.
+ *
+ * @throws vask_meter_error
  */
 replay_result replay(const meters_config &config, const replay_options &options);
 

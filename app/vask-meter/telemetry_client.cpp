@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -13,6 +14,8 @@
 
 namespace
 {
+constexpr int ANSWER_SECONDS = 5;
+
 /* Where EAL keeps a process's files, by the rules that its own tools follow. */
 std::string
 socket_path(const std::string &file_prefix)
@@ -31,7 +34,8 @@ telemetry_client::telemetry_client(const std::string &file_prefix)
 
 	address.sun_family = AF_UNIX;
 	if (path_.size() >= sizeof(address.sun_path))
-		refuse("--file-prefix \"{}\": {} is too long for a socket", file_prefix, path_);
+		refuse("--file-prefix \"{}\": {} is too long for a socket; accepted are shorter ones",
+			file_prefix, path_);
 	std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
 	if (socket_ < 0 ||
 		connect(socket_, reinterpret_cast<struct sockaddr *>(&address), sizeof(address)) !=
@@ -41,8 +45,13 @@ telemetry_client::telemetry_client(const std::string &file_prefix)
 		fail("{}: {}; accepted is the --file-prefix of a running DPDK process with telemetry",
 			path_, std::strerror(why));
 	}
+	const struct timeval patience = {ANSWER_SECONDS, 0};
+	setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
 	/* the process says hello, and how long its answers may be */
-	answer_max_ = nlohmann::json::parse(receive()).value("max_output_len", answer_max_);
+	const nlohmann::json hello = receive();
+	if (!hello.contains("max_output_len") || !hello["max_output_len"].is_number_unsigned())
+		not_telemetry();
+	answer_max_ = hello["max_output_len"];
 }
 
 telemetry_client::~telemetry_client()
@@ -55,17 +64,28 @@ telemetry_client::ask(const std::string &command)
 {
 	if (send(socket_, command.data(), command.size(), MSG_NOSIGNAL) < 0)
 		fail("{}: the process has gone: {}", path_, std::strerror(errno));
-	const nlohmann::json answer = nlohmann::json::parse(receive());
+	const nlohmann::json answer = receive();
 	return answer.empty() ? nlohmann::json() : answer.begin().value();
 }
 
-std::string
+void
+telemetry_client::not_telemetry() const
+{
+	fail("{}: what listens there does not speak DPDK's telemetry", path_);
+}
+
+nlohmann::json
 telemetry_client::receive()
 {
 	std::string text(answer_max_, '\0');
 	const ssize_t n = recv(socket_, text.data(), text.size(), 0);
+	if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+		fail("{}: the process does not answer within {} s", path_, ANSWER_SECONDS);
 	if (n <= 0)
 		fail("{}: the process has gone", path_);
 	text.resize(static_cast<size_t>(n));
-	return text;
+	nlohmann::json answer = nlohmann::json::parse(text, nullptr, false);
+	if (!answer.is_object())
+		not_telemetry();
+	return answer;
 }

@@ -26,8 +26,12 @@ class telemetry_client
 	 */
 	nlohmann::json ask(const std::string &command);
 
+	/** @throws vask_meter_error: an answer is not what a DPDK process says. */
+	[[noreturn]] void not_telemetry() const;
+
       private:
-	std::string receive();
+	/** The next message, an object. */
+	nlohmann::json receive();
 
 	std::string path_;
 	int socket_;

@@ -7,13 +7,22 @@
 
 #include "capture.h"
 #include "error.h"
+#include "interrupt.h"
+#include "quantity.h"
 #include "softcard_bucket.h"
 
 namespace
 {
 constexpr uint32_t RATE_MAX = (1 << 26) - 1;
 constexpr uint32_t BURST_MAX = (1 << 20) - 1;
-constexpr uint64_t RATE_UNIT = 8000; /* bytes/s */
+constexpr uint64_t RATE_UNIT = 8000;  /* bytes/s */
+constexpr uint64_t BURST_UNIT = 1024; /* bytes */
+
+/* Bursts that are tried: 2 KiB to 1 MiB, or 1 to 512 packets. */
+constexpr uint32_t BURSTS_BYTES[] = {2, 4, 8, 16, 32, 64, 128, 256, 512, 1024};
+constexpr uint32_t BURSTS_PACKETS[] = {1, 2, 4, 8, 16, 32, 64, 128, 256, 512};
+/* Rates that are tried, in percent of the traffic's mean. */
+constexpr uint32_t RATES_PERCENT[] = {50, 75, 90, 100, 110, 125, 150, 200, 300, 400};
 
 /* A filter that runs on frames from anywhere. */
 class frame_filter
@@ -27,7 +36,7 @@ class frame_filter
 		const std::string why = pcap_geterr(dead);
 		pcap_close(dead);
 		if (!compiled)
-			refuse("filter \"{}\": {}; accepted is an expression of pcap-filter(7)",
+			refuse("--filter \"{}\": {}; accepted is an expression of pcap-filter(7)",
 				text, why);
 	}
 	~frame_filter()
@@ -81,6 +90,33 @@ within(const std::vector<tune_packet> &packets, const tune_options &options, uin
 }
 } // namespace
 
+uint64_t
+tune_rate_value(const tune_options &options, uint32_t rate)
+{
+	return options.packet_mode ? rate : rate * RATE_UNIT;
+}
+
+std::string
+tune_rate_text(const tune_options &options, uint32_t rate)
+{
+	return format_quantity(
+		options.packet_mode ? quantity_kind::PACKET_RATE : quantity_kind::RATE,
+		tune_rate_value(options, rate));
+}
+
+uint64_t
+tune_burst_value(const tune_options &options, uint32_t burst)
+{
+	return options.packet_mode ? burst : burst * BURST_UNIT;
+}
+
+std::string
+tune_burst_text(const tune_options &options, uint32_t burst)
+{
+	return format_quantity(options.packet_mode ? quantity_kind::PACKETS : quantity_kind::BURST,
+		tune_burst_value(options, burst));
+}
+
 std::vector<tune_packet>
 tune_read(const tune_options &options)
 {
@@ -93,7 +129,10 @@ tune_read(const tune_options &options)
 		if (filter.passes(frame))
 			packets.push_back({frame.time_ns, frame.length});
 	if (packets.empty())
-		refuse("{}: no frames that pass \"{}\"", options.capture, options.filter);
+		refuse("{}: no frames{}; accepted are captures with at least one", options.capture,
+			options.filter.empty()
+				? ""
+				: fmt::format(" that pass --filter \"{}\"", options.filter));
 	return packets;
 }
 
@@ -106,6 +145,7 @@ tune_color_counts(const std::vector<tune_packet> &packets, const tune_options &o
 		softcard_bucket_full_e(params), packets.front().time_ns};
 	std::array<uint64_t, RTE_COLORS> counts = {};
 
+	stop_if_interrupted();
 	for (const tune_packet &p : packets)
 		counts[softcard_bucket_check(params, state, p.time_ns, RTE_COLOR_GREEN,
 			softcard_bucket_cost(params, p.length))]++;
@@ -144,4 +184,33 @@ tune_mean_rate(const std::vector<tune_packet> &packets, bool packet_mode)
 		amount += packet_mode ? 1 : p.length;
 	const unsigned __int128 rate = amount * 1000000000 / span / (packet_mode ? 1 : RATE_UNIT);
 	return static_cast<uint32_t>(std::clamp<unsigned __int128>(rate, 1, RATE_MAX));
+}
+
+tune_result
+tune_run(const std::vector<tune_packet> &packets, const tune_options &options)
+{
+	tune_result result = {};
+	const auto point = [&](uint32_t rate, uint32_t burst) {
+		return tune_point{rate, burst, tune_color_counts(packets, options, rate, burst)};
+	};
+
+	result.packets = packets.size();
+	result.mean = tune_mean_rate(packets, options.packet_mode);
+	if (options.packet_mode)
+		result.bursts.assign(std::begin(BURSTS_PACKETS), std::end(BURSTS_PACKETS));
+	else
+		result.bursts.assign(std::begin(BURSTS_BYTES), std::end(BURSTS_BYTES));
+	for (const uint32_t percent : RATES_PERCENT)
+		result.rates.push_back(static_cast<uint32_t>(
+			std::clamp<uint64_t>(uint64_t{result.mean} * percent / 100, 1, RATE_MAX)));
+	/* slow traffic gives the same rate more than once */
+	result.rates.erase(
+		std::unique(result.rates.begin(), result.rates.end()), result.rates.end());
+
+	for (const uint32_t rate : result.rates)
+		for (const uint32_t burst : result.bursts)
+			result.sweep.push_back(point(rate, burst));
+	for (const uint32_t burst : result.bursts)
+		result.smallest.push_back(point(tune_rate(packets, options, burst), burst));
+	return result;
 }

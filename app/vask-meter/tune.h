@@ -30,6 +30,31 @@ struct tune_options {
 	double loss;             /* the share of packets that may be red */
 };
 
+/** What a committed rate and burst, in the card's units, make of the traffic; rate 0: none is large enough. */
+struct tune_point {
+	uint32_t rate, burst;
+	std::array<uint64_t, RTE_COLORS> counts; /* packets */
+};
+
+struct tune_result {
+	uint64_t packets;
+	uint32_t mean; /* rate, in the card's units */
+	std::vector<uint32_t> rates, bursts;
+	std::vector<tune_point>
+		sweep; /* every rate with every burst: bursts of the first rate first */
+	std::vector<tune_point> smallest; /* for each burst, by tune_rate() */
+};
+
+/** Bytes/s or packets/s, and as people write them. */
+uint64_t tune_rate_value(const tune_options &options, uint32_t rate);
+std::string tune_rate_text(const tune_options &options, uint32_t rate);
+/** Bytes or packets, and as people write them. */
+uint64_t tune_burst_value(const tune_options &options, uint32_t burst);
+std::string tune_burst_text(const tune_options &options, uint32_t burst);
+
+/** Tries rates around the traffic's mean, and bursts from small to large. */
+tune_result tune_run(const std::vector<tune_packet> &packets, const tune_options &options);
+
 /** Reads the packets that pass the filter. @throws vask_meter_error, also when there are none. */
 std::vector<tune_packet> tune_read(const tune_options &options);
 

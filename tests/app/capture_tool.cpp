@@ -26,7 +26,7 @@ make(const char *path, uint64_t n)
 		std::memcpy(frame + 42, &i, sizeof(i));
 		writer.write(time_ns, frame, sizeof(frame));
 	}
-	writer.commit();
+	writer.file().commit();
 }
 
 static uint64_t

@@ -168,7 +168,8 @@ TEST(Config, Ipv6AddressesHaveAPrefixOf128)
 
 TEST(Config, AWrongLineIsRefusedWithItsNumber)
 {
-	EXPECT_EQ(Refusal("cir = 1pps\n"), ":1: \"cir = 1pps\" stands before the first [section]");
+	EXPECT_EQ(Refusal("cir = 1pps\n"),
+		":1: \"cir = 1pps\" stands before the first [section]; accepted are keys in one");
 	EXPECT_EQ(Refusal("\n[profile 1\n"),
 		":2: \"[profile 1\": accepted is [name] or [name number]");
 	EXPECT_EQ(Refusal("[setup]\nports 2\n"),
@@ -177,6 +178,14 @@ TEST(Config, AWrongLineIsRefusedWithItsNumber)
 		":2: \"ports =\": accepted are [section], key = value and ; comment");
 	EXPECT_THAT(Refusal("[setup]\nports = " + std::string(300, '1')),
 		HasSubstr(":2: 308 characters"));
+}
+
+TEST(Config, AByteOfZeroIsRefusedWithItsLine)
+{
+	using namespace std::string_literals;
+
+	EXPECT_EQ(
+		Refusal("[meter 9]\nprofile\0 = 1\n"s), ":2: a byte of value 0; accepted is text");
 }
 
 TEST(Config, AWrongSectionIsRefused)
@@ -206,7 +215,7 @@ TEST(Config, AWrongKeyIsRefused)
 	EXPECT_EQ(Refusal("[setup]\nport = 1\n"),
 		":2: port: \"1\": unknown key; accepted are interface, shapers, ports, mtu");
 	EXPECT_EQ(Refusal("[setup]\nports = 1\nports = 2\n"),
-		":3: ports: \"2\": given twice in this section");
+		":3: ports: \"2\": given twice in this section; accepted is each key once");
 	EXPECT_EQ(Refusal("[profile 1]\ncir = 1pps\n"),
 		":1: [profile 1]: algorithm is missing; accepted is rfc2697, rfc2698 or rfc4115");
 	EXPECT_EQ(Refusal("[profile 1]\nalgorithm = rfc2697\ncir = 1pps\n"),
@@ -250,13 +259,13 @@ TEST(Config, AWrongValueIsRefusedWithWhatIsAccepted)
 TEST(Config, WhatIsNamedMustBeThere)
 {
 	EXPECT_EQ(Refusal("[meter 9]\ndirection = rx\nprofile = 1\n"),
-		":3: profile: \"1\": there is no [profile 1]");
+		":3: profile: \"1\": there is no [profile 1]; accepted is the number of a [profile N]");
 	EXPECT_EQ(Refusal(PROFILE + METER + "policy = 7\n"),
-		":9: policy: \"7\": there is no [policy 7]; 0 is the one that drops red");
+		":9: policy: \"7\": there is no [policy 7]; accepted is the number of a [policy N], or 0");
 	EXPECT_EQ(Refusal(PROFILE + METER + "port = 1\n"),
 		":9: port: \"1\": accepted is a number from 0 to 0");
 	EXPECT_EQ(Refusal(PROFILE + METER + "[flow 1]\nmeter = 8\n"),
-		":10: meter: \"8\": there is no [meter 8]");
+		":10: meter: \"8\": there is no [meter 8]; accepted is the number of a [meter N]");
 }
 
 TEST(Config, AFlowRuleMustMakeSense)
@@ -264,8 +273,8 @@ TEST(Config, AFlowRuleMustMakeSense)
 	const auto refusal = [](const std::string &keys) {
 		return Refusal(PROFILE + METER + "[flow 1]\nmeter = 9\n" + keys);
 	};
-	EXPECT_EQ(
-		refusal("dport = 53\n"), ":11: dport: \"53\": a port needs protocol = tcp or udp");
+	EXPECT_EQ(refusal("dport = 53\n"),
+		":11: dport: \"53\": accepted is a port beside protocol = tcp or udp");
 	EXPECT_EQ(refusal("src = 10.0.0.256\n"),
 		":11: src: \"10.0.0.256\": accepted is an IPv4 or IPv6 address, with /prefix or without");
 	EXPECT_EQ(refusal("src = 10.0.0.0/33\n"),
@@ -296,6 +305,7 @@ TEST(Config, AMissingFileIsRefused)
 		config_read("no-such.cfg");
 		FAIL() << "taken";
 	} catch (const vask_meter_error &e) {
-		EXPECT_STREQ(e.what(), "no-such.cfg: No such file or directory");
+		EXPECT_STREQ(e.what(),
+			"no-such.cfg: No such file or directory; accepted is a configuration file");
 	}
 }

@@ -133,7 +133,7 @@ TEST(P4Entry, HexTakesSpacesColonsAndAPrefix)
 
 TEST(P4Entry, RemarksTellWhatTheTablesRefuseOrDoNotRead)
 {
-	const auto remarks = [](const char *table, std::vector<uint64_t> values) {
+	const auto remarks = [](const char *table, const std::vector<uint64_t> &values) {
 		return p4_remarks(p4_layout_by_name(table), values);
 	};
 	EXPECT_THAT(remarks("profile", {1000, 2000, 1, 1, 0, 1, 0}), IsEmpty());

@@ -76,10 +76,13 @@ TEST(QuantityParse, AFractionBelowTheUnitIsCutOffAndReported)
 TEST(QuantityParse, TheLargestValueIsTakenAndOneMoreIsRefused)
 {
 	ExpectQuantity("18446744073709551615B", BURST, UINT64_MAX, false);
-	EXPECT_THAT(Refusal("18446744073709551616B"), HasSubstr("above 2^64 - 1 bytes"));
-	EXPECT_THAT(Refusal("17179869184GiB"), HasSubstr("above 2^64 - 1 bytes")); /* 2^34 * 2^30 */
+	EXPECT_THAT(Refusal("18446744073709551616B"),
+		HasSubstr("too large; accepted is at most 2^64 - 1 bytes"));
+	EXPECT_THAT(Refusal("17179869184GiB"),
+		HasSubstr("too large; accepted is at most 2^64 - 1 bytes")); /* 2^34 * 2^30 */
 	ExpectQuantity("17179869183GiB", BURST, 17179869183ULL << 30, false);
-	EXPECT_THAT(Refusal("100000000000000000000pps"), HasSubstr("more than 20 digits"));
+	EXPECT_THAT(Refusal("100000000000000000000pps"),
+		HasSubstr("too many digits; accepted are at most 20"));
 }
 
 TEST(QuantityParse, ARefusalNamesTheTextAndWhatIsAccepted)

@@ -37,10 +37,14 @@ class Watch(unittest.TestCase):
                          f"net_pcap0,rx_pcap={CAPTURE},tx_pcap={cls.folder.name}/out.pcap"],
                         options=["--cmdline-file", commands])
         cls.t.run("start")
-        for _ in range(200):
+        deadline = time.monotonic() + 60
+        while True:
             stats = cls.t.run("show port xstats 0")
             if number(stats, "rx_good_packets") + number(stats, "rx_meter_dropped_packets") == 3585:
                 break
+            if time.monotonic() > deadline:
+                raise AssertionError("not all packets came")
+            time.sleep(0.02)
         cls.t.run("stop")
         cls.drops = {m: number(cls.t.run(f"show port meter stats 0 {m} no"), "Pkts DROPPED")
                      for m in (9, 10, 11)}
@@ -74,6 +78,13 @@ class Watch(unittest.TestCase):
         self.assertEqual([int(r[0]) for r in self.rows("--sort", "dropped")], by_drops)
         self.assertEqual([int(r[0]) for r in self.rows("--sort", "yellow")], [10, 9, 11])
         self.assertEqual(self.rows("--filter", "tx"), [])
+
+    def test_the_example_of_the_help_works(self):
+        text = subprocess.run([VASK_METER, "watch", "--help"], capture_output=True, text=True, check=True).stdout
+        example, = re.findall(r"^  vask-meter watch (.*)$", text, re.MULTILINE)
+        prefix, rte, *others = example.split()
+        self.assertEqual((prefix, rte), ("--file-prefix", "rte"))
+        self.assertEqual(len(self.rows(*others)), 3)
 
     def test_on_a_terminal_keys_change_order_and_filter(self):
         master, slave = pty.openpty()

@@ -6,16 +6,19 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "card_test.h"
 #include "qorn_hal_user_api.h"
 #include "vask_dev_cmds.h"
+#include "vask_p4_driver.h"
 #include "vask_p4_meter.h"
 
 struct Operation {
 	std::string name;
 	std::function<int()> call;
+	bool can_fail = true; /* has a result */
 };
 
 /* In the order of softcard_operation_name(). */
@@ -33,6 +36,7 @@ Operations()
 	static uint32_t index = 7;
 	/* fetched once, so that the calls below are calls of one operation */
 	static vask_cmd_channel *channel = vask_p4_get_global_cmd_channel();
+	static VASK_P4_INDEXSTACK_MANAGER *pool, *created;
 
 	profile = ProfileRecord({1, 2, 3, 4});
 	policy = PolicyRecord({0, 1, 2}, {10, 20, 30});
@@ -46,6 +50,9 @@ Operations()
 	shaper = {};
 	shaper.sfi = 5;
 	shaper.max_rate = 1000;
+
+	if (pool == nullptr)
+		vask_p4_idx_create(256, &pool);
 
 	return {
 		{"vask_p4_mep_add_meter_profile",
@@ -121,6 +128,35 @@ Operations()
 			[] {
 				return vask_p4_get_global_cmd_channel() == nullptr ? -99 : 0;
 			}},
+		{"vask_p4_indexstack_create",
+			[] {
+				vask_p4_idx_destroy(std::exchange(created, nullptr));
+				return vask_p4_indexstack_create(256, &created);
+			}},
+		{"vask_p4_indexstack_alloc",
+			[] {
+				uint32_t taken = 0;
+				const int rc = vask_p4_indexstack_alloc(pool, &taken, 1);
+				if (rc == 0)
+					vask_p4_idx_free(pool, taken, 1);
+				return rc;
+			}},
+		{"vask_p4_indexstack_free",
+			[] {
+				uint32_t taken = 0;
+				vask_p4_idx_alloc(pool, &taken, 1);
+				return vask_p4_indexstack_free(pool, taken, 1);
+			}},
+		{"vask_p4_indexstack_set",
+			[] {
+				return vask_p4_indexstack_set(pool, 0, 1);
+			}},
+		{"vask_p4_indexstack_destroy",
+			[] {
+				vask_p4_indexstack_destroy(std::exchange(created, nullptr));
+				return 0;
+			},
+			false},
 	};
 }
 

@@ -197,10 +197,12 @@ Compare(const Profile &profile, bool aware)
 			drift_e.Reset();
 		}
 	}
-	EXPECT_LT(differ, PACKETS / 100);
+	/* a slow clock, as on Arm, lets it round more coarsely */
+	const int percent = rte_get_tsc_hz() < 1000000000 ? 2 : 1;
+	EXPECT_LT(differ, PACKETS / 100 * percent);
 	for (uint64_t n : seen)
 		EXPECT_GT(n, static_cast<uint64_t>(PACKETS / 100));
-	EXPECT_LT(doubtful, PACKETS / 20);
+	EXPECT_LT(doubtful, PACKETS / 20 * percent);
 }
 
 constexpr bool BLIND = false;

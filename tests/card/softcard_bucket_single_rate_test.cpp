@@ -177,6 +177,12 @@ constexpr Trace TRACES[] = {
 			{0, 2048, G, Y, 0, 0},                    /* E 2048 - 2048 */
 			{uint64_t{1} << 63, 1024, G, G, 0, 2048}, /* both full; C 1024 - 1024 */
 		}},
+	{"AStepBackFromTheEndOfAllTimeIsNone", SR,
+		{
+			{UINT64_MAX, 1024, G, G, 0, 2048}, /* C 1024 - 1024 */
+			{1 * S, 2048, G, Y, 0, 0},         /* E 2048 - 2048 */
+			{2 * S, 1, G, R, 0, 0},            /* C 0 < 1; E 0 < 1 */
+		}},
 };
 
 INSTANTIATE_TEST_SUITE_P(SingleRate, BucketTrace, ::testing::ValuesIn(TRACES), TraceName);

@@ -115,6 +115,44 @@ TEST_F(Trace, WholeFieldsOfSplitRecordsAreShown)
 	EXPECT_THAT(lines[2], HasSubstr(" byte_cnt=268435456 pkt_cnt=4096 "));
 }
 
+TEST_F(Trace, PoolsAreToldApartByTheirNumbers)
+{
+	VASK_P4_INDEXSTACK_MANAGER *first, *second;
+	uint32_t index;
+
+	vask_p4_indexstack_create(4096, &first);
+	vask_p4_indexstack_create(2, &second);
+	vask_p4_indexstack_set(second, 0, 1);
+	vask_p4_indexstack_alloc(first, &index, 1);
+	vask_p4_indexstack_alloc(second, &index, 1);
+	vask_p4_indexstack_alloc(second, &index, 1);
+	vask_p4_indexstack_free(second, 1, 1);
+	vask_p4_indexstack_free(second, 1, 1);
+	vask_p4_indexstack_destroy(first);
+	ASSERT_EQ(softcard_fault_set("vask_p4_indexstack_create", 1, -12, 0), 0);
+	vask_p4_indexstack_create(256, &first);
+	vask_p4_indexstack_create(256, &first);
+	softcard_fault_clear();
+	vask_p4_indexstack_destroy(first);
+	vask_p4_indexstack_destroy(second);
+	vask_p4_indexstack_destroy(nullptr);
+	EXPECT_THAT(Lines(),
+		ElementsAre("vask_p4_indexstack_create pool=1 capacity=4096 hex=- rc=0",
+			"vask_p4_indexstack_create pool=2 capacity=2 hex=- rc=0",
+			"vask_p4_indexstack_set pool=2 count=1 index=0 hex=- rc=0",
+			"vask_p4_indexstack_alloc pool=1 count=1 index=0 hex=- rc=0",
+			"vask_p4_indexstack_alloc pool=2 count=1 index=1 hex=- rc=0",
+			"vask_p4_indexstack_alloc pool=2 count=1 index=-1 hex=- rc=-28",
+			"vask_p4_indexstack_free pool=2 count=1 index=1 hex=- rc=0",
+			"vask_p4_indexstack_free pool=2 count=1 index=1 hex=- rc=-114",
+			"vask_p4_indexstack_destroy pool=1 hex=- rc=0",
+			"vask_p4_indexstack_create pool=0 capacity=256 hex=- rc=-12 fault",
+			"vask_p4_indexstack_create pool=1 capacity=256 hex=- rc=0",
+			"vask_p4_indexstack_destroy pool=1 hex=- rc=0",
+			"vask_p4_indexstack_destroy pool=2 hex=- rc=0",
+			"vask_p4_indexstack_destroy pool=0 hex=- rc=0"));
+}
+
 TEST_F(Trace, AFaultIsMarkedAndNullRecordsAreShown)
 {
 	ASSERT_EQ(softcard_fault_set("vask_p4_mep_del_meter_profile", 1, -5, 0), 0);

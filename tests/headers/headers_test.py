@@ -19,7 +19,7 @@ FLAGS = shlex.split(os.environ["VASK_CPPFLAGS"]) + DPDK + [
     "-DRTE_LOG_DEFAULT_LOGTYPE=pmd.net.vask1"]
 # a C driver includes these; what else asks for __cplusplus says itself that it is for C as well
 FOR_C = {"common/vask", "net/vask1/vask_p4"}
-CPP_ONLY = {"vask_p4_meter_internal.h"}
+CPP_ONLY = {"vask_p4_enum.h", "vask_p4_meter_internal.h"}
 
 
 def is_for_c(header):

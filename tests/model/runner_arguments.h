@@ -65,7 +65,7 @@ template <typename Record>
 Record
 from_hex(const json &text)
 {
-	Record record;
+	Record record = {};
 	const auto &digits = text.get_ref<const std::string &>();
 	auto *bytes = reinterpret_cast<uint8_t *>(&record);
 	for (size_t n = 0; n < sizeof(record); n++) {

@@ -96,7 +96,7 @@ runner_ops_get(const json &a, struct outcome &out)
 	if (ops == nullptr) {
 		return;
 	}
-	bool slots[] = {ops->capabilities_get != nullptr, ops->meter_profile_add != nullptr,
+	const bool slots[] = {ops->capabilities_get != nullptr, ops->meter_profile_add != nullptr,
 		ops->meter_profile_delete != nullptr, ops->create != nullptr,
 		ops->destroy != nullptr, ops->meter_enable != nullptr,
 		ops->meter_disable != nullptr, ops->meter_profile_update != nullptr,

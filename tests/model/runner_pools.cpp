@@ -21,15 +21,15 @@ int vask_p4_logtype = 77;
 extern "C" {
 
 int
-rte_log(uint32_t level, uint32_t logtype, const char *text, ...)
+rte_log(uint32_t level, uint32_t logtype, const char *format, ...)
 {
 	if (!fake.recording) {
 		return 0;
 	}
 	char buffer[1024];
 	va_list arguments;
-	va_start(arguments, text);
-	vsnprintf(buffer, sizeof(buffer), text, arguments);
+	va_start(arguments, format);
+	vsnprintf(buffer, sizeof(buffer), format, arguments);
 	va_end(arguments);
 	std::string line = buffer;
 	size_t at = line.find("priv: 0x");

@@ -15,10 +15,19 @@
 
 #include "rte_pmd_net_vask1.h"
 
+/* The one record whose loss is meant: the module lets go of it when no index is to be had. */
+extern "C" const char *
+__lsan_default_suppressions()
+{
+	return "leak:vask_p4_meter_inst_create\n";
+}
+
 namespace vask_test
 {
 
 constexpr const char *CHANNEL = "vask_p4_get_global_cmd_channel";
+/* whose result nobody looks at: an index that cannot be given back is lost until the last port closes */
+constexpr const char *INDEX_FREE = "vask_p4_indexstack_free";
 
 struct Step {
 	const char *name;
@@ -283,6 +292,7 @@ TEST_F(FaultTable, EachOperationFailsInEachControlCallAndTheCardGoesOn)
 			seen.insert(operation);
 			for (unsigned nth : std::set<unsigned>{1, std::min(2u, n), n}) {
 				const bool refused = !all[i].ignores_status &&
+					operation != INDEX_FREE &&
 					(operation != CHANNEL || channel_is_used(made[i], nth));
 
 				refused_once |= refused;
@@ -295,7 +305,7 @@ TEST_F(FaultTable, EachOperationFailsInEachControlCallAndTheCardGoesOn)
 	}
 	expect_full_pools();
 	/* what the module never calls through these calls stands in its own tests */
-	EXPECT_GE(seen.size(), 11u);
+	EXPECT_GE(seen.size(), 13u);
 	RecordProperty("runs", static_cast<int>(n_));
 }
 

@@ -38,7 +38,7 @@ SourceFrame(uint32_t n)
 class PacketThreads
 {
       public:
-	PacketThreads(unsigned n, std::function<void(uint16_t queue)> burst)
+	PacketThreads(unsigned n, const std::function<void(uint16_t queue)> &burst)
 	{
 		for (unsigned queue = 0; queue < n; queue++)
 			threads_.emplace_back([this, burst, queue] {
@@ -138,7 +138,7 @@ TEST(FlowConcurrency, ThePatternOfAStandingRuleIsNeverUnmatched)
 			rte_flow *flow = tables.Add(step % 2 ? better : worse);
 
 			if (step % 2)
-				flow->hw_meter_id = 2;
+				flow->line->hw_meter_id = 2;
 			tables.Remove(flow);
 		}
 	}

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include "flow_support.h"
 
+#include <climits>
 #include <cstring>
 
 #include <rte_errno.h>
@@ -320,6 +321,28 @@ TEST(FlowItem, OtherItemsAreRefused)
 		"this item is not supported: only eth, vlan, ipv4, ipv6, udp, tcp");
 }
 
+/* DPDK lets drivers agree with applications on types of their own, below zero. */
+const int other_types[] = {INT_MIN, -1, 1 << 20, INT_MAX};
+
+TEST(FlowItem, TypesThatDpdkDoesNotListAreRefused)
+{
+	const rte_flow_action end = {};
+	rte_flow_attr ingress = {};
+
+	ingress.ingress = 1;
+	for (int type : other_types) {
+		rte_flow_item pattern[2] = {};
+		Parsed parsed = {};
+
+		SCOPED_TRACE(type);
+		memcpy(&pattern[0].type, &type, sizeof(type));
+		parsed.rc = vask_flow_parse(RX_QUEUES, &ingress, pattern, &end, &parsed.spec,
+			&parsed.meter, &parsed.error);
+		ExpectRefused(parsed, ENOTSUP, RTE_FLOW_ERROR_TYPE_ITEM, pattern,
+			"this item is not supported: only eth, vlan, ipv4, ipv6, udp, tcp");
+	}
+}
+
 TEST(FlowItem, ReservedBitsAreRefused)
 {
 	rte_flow_item_eth eth = {};
@@ -411,6 +434,25 @@ TEST(FlowAction, OtherAndRepeatedActionsAreRefused)
 	ExpectActionRefused(Rule().Action(RTE_FLOW_ACTION_TYPE_FLAG), 0, ENOTSUP,
 		RTE_FLOW_ERROR_TYPE_ACTION,
 		"this action is not supported: only meter, queue, drop, count, passthru");
+}
+
+TEST(FlowAction, TypesThatDpdkDoesNotListAreRefused)
+{
+	const rte_flow_item end = {};
+	rte_flow_attr ingress = {};
+
+	ingress.ingress = 1;
+	for (int type : other_types) {
+		rte_flow_action actions[2] = {};
+		Parsed parsed = {};
+
+		SCOPED_TRACE(type);
+		memcpy(&actions[0].type, &type, sizeof(type));
+		parsed.rc = vask_flow_parse(RX_QUEUES, &ingress, &end, actions, &parsed.spec,
+			&parsed.meter, &parsed.error);
+		ExpectRefused(parsed, ENOTSUP, RTE_FLOW_ERROR_TYPE_ACTION, actions,
+			"this action is not supported: only meter, queue, drop, count, passthru");
+	}
 }
 
 } // namespace

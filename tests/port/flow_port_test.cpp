@@ -60,12 +60,12 @@ class FlowPort : public ::testing::Test
 	void AddProfile(uint32_t id, uint64_t rate)
 	{
 		rte_mtr_meter_profile profile = {};
-		rte_mtr_error error;
+		rte_mtr_error mtr_error;
 
 		profile.alg = RTE_MTR_SRTCM_RFC2697;
 		profile.srtcm_rfc2697.cir = rate;
 		profile.srtcm_rfc2697.cbs = 20480;
-		ASSERT_EQ(rte_mtr_meter_profile_add(port_id, id, &profile, &error), 0);
+		ASSERT_EQ(rte_mtr_meter_profile_add(port_id, id, &profile, &mtr_error), 0);
 	}
 
 	void AddPolicy(uint32_t id)
@@ -73,30 +73,30 @@ class FlowPort : public ::testing::Test
 		const rte_flow_action end = {RTE_FLOW_ACTION_TYPE_END, nullptr};
 		const rte_flow_action drop[] = {{RTE_FLOW_ACTION_TYPE_DROP, nullptr}, end};
 		rte_mtr_meter_policy_params policy = {};
-		rte_mtr_error error;
+		rte_mtr_error mtr_error;
 
 		policy.actions[RTE_COLOR_GREEN] = policy.actions[RTE_COLOR_YELLOW] = &end;
 		policy.actions[RTE_COLOR_RED] = drop;
-		ASSERT_EQ(rte_mtr_meter_policy_add(port_id, id, &policy, &error), 0);
+		ASSERT_EQ(rte_mtr_meter_policy_add(port_id, id, &policy, &mtr_error), 0);
 	}
 
 	void CreateMeter(uint32_t id, uint64_t side, uint32_t profile = 5)
 	{
 		rte_mtr_params params = {};
-		rte_mtr_error error;
+		rte_mtr_error mtr_error;
 
 		params.meter_profile_id = profile;
 		params.meter_policy_id = 7;
 		params.meter_enable = 1;
 		params.stats_mask = side;
-		ASSERT_EQ(rte_mtr_create(port_id, id, &params, 0, &error), 0);
+		ASSERT_EQ(rte_mtr_create(port_id, id, &params, 0, &mtr_error), 0);
 	}
 
 	void DestroyMeter(uint32_t id)
 	{
-		rte_mtr_error error;
+		rte_mtr_error mtr_error;
 
-		ASSERT_EQ(rte_mtr_destroy(port_id, id, &error), 0);
+		ASSERT_EQ(rte_mtr_destroy(port_id, id, &mtr_error), 0);
 	}
 
 	rte_flow *Create(const Rule &rule)
@@ -418,6 +418,12 @@ TEST_F(FlowPort, QueriesOfAnythingElseAreRefused)
 	ExpectRefused(EINVAL, RTE_FLOW_ERROR_TYPE_ACTION, &count, "the rule has no count action");
 	EXPECT_EQ(rte_flow_query(port_id, plain, &drop, &query, &error), -ENOTSUP);
 	ExpectRefused(ENOTSUP, RTE_FLOW_ERROR_TYPE_ACTION, &drop, "only count can be queried");
+
+	/* a driver's own type, as DPDK has them */
+	rte_flow_action other = {};
+	memset(&other.type, UINT8_MAX, sizeof(other.type));
+	EXPECT_EQ(rte_flow_query(port_id, plain, &other, &query, &error), -ENOTSUP);
+	ExpectRefused(ENOTSUP, RTE_FLOW_ERROR_TYPE_ACTION, &other, "only count can be queried");
 }
 
 TEST_F(FlowPort, IsolatedModeIsRefusedAndLeavingItIsNot)
@@ -462,7 +468,7 @@ TEST_F(FlowPort, APortMayBeClosedWithRulesAndMetersLeftBehind)
 	rte_flow *survivor = Create(other_id, UdpRule().Count().Meter(9));
 
 	ASSERT_EQ(rte_vdev_uninit("net_vask1_0"), 0);
-	EXPECT_EQ(survivor->hw_meter_id, 0u);
+	EXPECT_EQ(survivor->line->hw_meter_id, 0u);
 	EXPECT_EQ(rte_flow_destroy(other_id, survivor, &error), 0);
 	ASSERT_EQ(rte_vdev_init("net_vask1_0", "uplink=net_null0"), 0);
 }

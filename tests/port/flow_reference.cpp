@@ -110,14 +110,14 @@ class Dissector
 		const Bytes h = Peek(8);
 		size_t length = 8;
 
-		if (by_eight.count(protocol) == 0 && protocol != 44 && protocol != 50 &&
+		if (!by_eight.contains(protocol) && protocol != 44 && protocol != 50 &&
 			protocol != 51)
 			return Transport(protocol);
 		if (h.empty())
 			return;
 		if (protocol == 51)
 			length = 8 + 4 * h[1];
-		if (by_eight.count(protocol))
+		if (by_eight.contains(protocol))
 			length = 8 + 8 * h[1];
 		if (Peek(length).empty())
 			return;
@@ -187,7 +187,7 @@ ExtensionsAgree(const rte_flow_item &item, const Headers &h)
 {
 	using V6 = rte_flow_item_ipv6;
 	const auto agrees = [&](int protocol, auto flag) {
-		return FlagAgrees<V6>(item, h.extensions.count(protocol) != 0, flag);
+		return FlagAgrees<V6>(item, h.extensions.contains(protocol), flag);
 	};
 
 	return agrees(0, [](const V6 &i) { return i.has_hop_ext; }) &&

@@ -431,9 +431,9 @@ Tables::Add(const Rule &rule)
 		ADD_FAILURE() << error.message;
 		return nullptr;
 	}
-	rte_flow *flow = vask_flow_rule_alloc(&spec);
-	flow->hw_meter_id = spec.meter_id;
-	if (vask_flow_insert(port.flow[spec.dir], flow) != 0) {
+	rte_flow *flow = vask_flow_rule_alloc(port.flow[spec.dir], &spec);
+	flow->line->hw_meter_id = spec.meter_id;
+	if (vask_flow_insert(flow) != 0) {
 		ADD_FAILURE() << "not inserted";
 		vask_flow_rule_free(flow);
 		return nullptr;
@@ -462,7 +462,8 @@ Classify(const vask_port &port, const std::vector<rte_mbuf *> &pkts, uint16_t qu
 	rte_rcu_qsbr_thread_offline(port.rcu, thread);
 	for (size_t i = 0; i < pkts.size(); i++) {
 		verdict.hw_meter_id[i] = said.metered ? burst.hw_meter_id[i] : 0;
-		verdict.queue[i] = said.diverted ? burst.tag[i] : queue;
+		verdict.queue[i] =
+			said.diverted && burst.tag[i] != VASK_FLOW_STAY ? burst.tag[i] : queue;
 	}
 	verdict.drop_mask = said.drop_mask;
 	verdict.metered = said.metered;

@@ -261,7 +261,7 @@ TEST(FlowTable, ARemovedRuleIsOutOfForceWhileABurstMaySeeIt)
 		EXPECT_EQ(View(tables)->entry[0].tuple->hash != nullptr, others == 500);
 		rte_rcu_qsbr_thread_online(tables.port.rcu, 3);
 		tables.Remove(rule);
-		EXPECT_EQ(rule->hw_meter_id, 9u);
+		EXPECT_EQ(rule->line->hw_meter_id, 9u);
 		EXPECT_EQ(tables.MeterOf(SourceFrame(7)), 0u);
 		rte_rcu_qsbr_thread_offline(tables.port.rcu, 3);
 	}

@@ -1,6 +1,11 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
-/* Shapers that are enforced, behind a policy that drops nothing: what leaves follows the registers. */
+/*
+ * Shapers that are enforced, behind a policy that drops nothing: what leaves follows the registers.
+ * VASK_RATE_SECONDS sets how long each rate is measured on the processor's clock.
+ */
 #include "port_test.h"
+
+#include <cstdlib>
 
 #include <rte_mbuf_dyn.h>
 
@@ -117,29 +122,167 @@ TEST_F(Shapers, ReceivedPacketsLeaveAtTheSchedulersRateOnTheProcessorsClock)
 	EXPECT_NEAR(rate(got), SCHEDULER_RATE, SCHEDULER_RATE / 100);
 }
 
-TEST_F(Shapers, SentPacketsLeaveAtThePortsRateOnTheProcessorsClock)
+TEST_F(Shapers, PacketsThatWaitAreShownUntilTheyAreFreedWithTheirQueue)
 {
-	uint64_t bytes = 0, first = 0, before, after;
-
-	up("", TRANSMIT, 1000000);
-	do {
-		if (rte_mempool_in_use_count(pool) < 1000)
-			send(port_, std::vector<Frame>(32, Frame{.length = 1000}));
-		/* all that is due between the two readings, which lie close together */
-		ASSERT_EQ(rte_eth_read_clock(port_, &before), 0);
-		rte_eth_tx_burst(port_, 0, nullptr, 0);
-		ASSERT_EQ(rte_eth_read_clock(port_, &after), 0);
-		for (void *m; rte_ring_dequeue(wire_.tx[0], &m) == 0; bytes += 1000)
-			rte_pktmbuf_free(static_cast<struct rte_mbuf *>(m));
-		/* the burst that may leave at once is over after a while */
-		if (first == 0 && bytes > 100000 && after - before < S / 1000) {
-			first = before;
-			bytes = 0;
-		}
-	} while (first == 0 || before < first + S || after - before > S / 1000);
-	const double rate = static_cast<double>(bytes) * S / static_cast<double>(before - first);
-	EXPECT_NEAR(rate, PORT_RATE, PORT_RATE / 100);
+	/* 1000 bytes at 1 Mbyte/s: one leaves in each millisecond, and the first at once */
+	up("clock=capture,tick=ns", TRANSMIT, 1000000);
+	EXPECT_EQ(xstat(port_, "tx_shaper_waiting_packets"), 0u);
+	ASSERT_EQ(send(port_, std::vector<Frame>(32, offered(0))), 32);
+	EXPECT_EQ(xstat(port_, "tx_shaper_waiting_packets"), 31u);
+	ASSERT_EQ(rte_eth_xstats_reset(port_), 0);
+	EXPECT_EQ(xstat(port_, "tx_shaper_waiting_packets"), 31u) << "they wait still";
+	EXPECT_EQ(xstat(port_, "rx_shaper_waiting_packets"), 0u);
+	/* a burst of nothing says that nothing more comes */
+	rte_eth_tx_burst(port_, 0, nullptr, 0);
+	EXPECT_EQ(xstat(port_, "tx_shaper_waiting_packets"), 0u);
+	EXPECT_EQ(sent(wire_).size(), 32u);
 }
+
+TEST_F(Shapers, PacketsThatWaitStayThroughAStopOnTheProcessorsClock)
+{
+	/* 1 kbit/s: the second packet waits for eight seconds */
+	up("", TRANSMIT, 125);
+	ASSERT_EQ(send(port_, std::vector<Frame>(32, Frame{.length = 1000})), 32);
+	ASSERT_EQ(rte_eth_dev_stop(port_), 0);
+	EXPECT_EQ(sent(wire_).size(), 1u);
+	EXPECT_EQ(xstat(port_, "tx_shaper_waiting_packets"), 31u);
+}
+
+/* On the processor's clock, while packets always wait. */
+class ShaperRate : public Shapers, public ::testing::WithParamInterface<uint64_t>
+{
+      protected:
+	static constexpr uint16_t BURST = 64, LONGEST = 9000;
+
+	/* One is little of what leaves in a second, and not too many make the highest rate. */
+	static uint16_t length()
+	{
+		return GetParam() < S ? 1500 : LONGEST;
+	}
+
+	void SetUp() override
+	{
+		PortTest::SetUp();
+		rte_mempool_free(pool);
+		pool = rte_pktmbuf_pool_create(
+			"long_frames", 6143, 0, 0, LONGEST + RTE_PKTMBUF_HEADROOM, SOCKET_ID_ANY);
+		ASSERT_NE(pool, nullptr);
+	}
+
+	static uint64_t duration_ns()
+	{
+		const char *seconds = getenv("VASK_RATE_SECONDS");
+
+		return S * static_cast<uint64_t>(seconds != nullptr ? atoi(seconds) : 1);
+	}
+
+	/*
+	 * Bytes/s that leave from one moment to another. `step` offers packets, so that the shaper's queue is
+	 * full, and returns the bytes of those that were due. A time in which this thread did not run for so
+	 * long that the queue may have run empty begins it anew; a moment that is not known well is none.
+	 */
+	template <typename Step> double measure(Step step)
+	{
+		uint64_t first = 0, passed = 0, before = 0, after = 0;
+
+		rte_eth_read_clock(port_, &after);
+		for (const uint64_t end = after + 20 * (duration_ns() + S); after < end;) {
+			const uint64_t last = after;
+
+			rte_eth_read_clock(port_, &before);
+			passed += step();
+			rte_eth_read_clock(port_, &after);
+			if (after - last > queue_lasts_ns())
+				first = 0;
+			if (after - before > S / 1000 || xstat(port_, waiting_) < WAITING)
+				continue;
+			if (first == 0) {
+				first = after;
+				passed = 0;
+			} else if (after >= first + duration_ns()) {
+				return static_cast<double>(passed) * S /
+					static_cast<double>(after - first);
+			}
+		}
+		ADD_FAILURE() << "this thread is hardly ever let run";
+		return 0;
+	}
+
+	/* so many at least have to wait at the moments from and to which it is measured */
+	static constexpr uint64_t WAITING = 3500;
+
+	/* how long these take at 8 % more than the committed rate */
+	static uint64_t queue_lasts_ns()
+	{
+		return WAITING * length() * UINT64_C(8) * S / (GetParam() * 108 / 100);
+	}
+
+	/* Whether more frames are to be made: those that left come again, as many as fill the queue. */
+	bool wants_frames() const
+	{
+		return rte_mempool_in_use_count(pool) < SOFTCARD_QUEUE_DEFAULT;
+	}
+
+	std::string waiting_; /* the count of the side that is measured */
+};
+
+TEST_P(ShaperRate, ReceivedPacketsLeaveWithinOnePercentOfTheSchedulersRegister)
+{
+	/* 8 % more than the committed rate, in whole 100 kbit/s */
+	const double held = static_cast<double>(GetParam() * 108 / 100 / 100000 * 100000) / 8;
+	struct rte_mbuf *pkts[BURST];
+
+	up("", RECEIVE, GetParam() / 8);
+	waiting_ = "rx_shaper_waiting_packets";
+	const double rate = measure([&] {
+		uint64_t bytes = 0;
+		uint16_t got;
+
+		for (int i = 0; i < BURST && wants_frames(); i++)
+			put(wire_, {.length = length()});
+		do {
+			got = rte_eth_rx_burst(port_, 0, pkts, BURST);
+			bytes += got * uint64_t{length()};
+			/* what has left comes again */
+			rte_ring_enqueue_bulk(
+				wire_.rx[0], reinterpret_cast<void **>(pkts), got, nullptr);
+		} while (got == BURST && bytes < SOFTCARD_QUEUE_DEFAULT * uint64_t{length()});
+		return bytes;
+	});
+	EXPECT_NEAR(rate, held, held / 100);
+	RecordProperty("bytes_per_second", static_cast<int>(rate));
+}
+
+TEST_P(ShaperRate, SentPacketsLeaveWithinOnePercentOfThePortsRegister)
+{
+	const double held = static_cast<double>(GetParam() / 1000 * 1000) / 8; /* kbit/s */
+	struct rte_mbuf *pkts[BURST];
+
+	up("", TRANSMIT, GetParam() / 8);
+	waiting_ = "tx_shaper_waiting_packets";
+	const double rate = measure([&] {
+		uint64_t bytes = 0;
+		unsigned got;
+
+		if (wants_frames())
+			send(port_, std::vector<Frame>(BURST, Frame{.length = length()}));
+		do {
+			rte_eth_tx_burst(port_, 0, nullptr, 0);
+			got = rte_ring_dequeue_burst(
+				wire_.tx[0], reinterpret_cast<void **>(pkts), BURST, nullptr);
+			bytes += got * uint64_t{length()};
+			/* what has left comes again */
+			EXPECT_EQ(rte_eth_tx_burst(port_, 0, pkts, got), got);
+		} while (got == BURST && bytes < SOFTCARD_QUEUE_DEFAULT * uint64_t{length()});
+		return bytes;
+	});
+	EXPECT_NEAR(rate, held, held / 100);
+	RecordProperty("bytes_per_second", static_cast<int>(rate));
+}
+
+INSTANTIATE_TEST_SUITE_P(BitsPerSecond, ShaperRate,
+	::testing::Values(UINT64_C(10000000), UINT64_C(100000000), UINT64_C(1000000000)),
+	[](const auto &info) { return std::to_string(info.param); });
 
 TEST_F(Shapers, ObservedOnlyByDefaultTheyDelayNothing)
 {

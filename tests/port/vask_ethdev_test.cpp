@@ -24,11 +24,11 @@ TEST_F(Ethdev, DescribesItself)
 	EXPECT_EQ(info.min_mtu, 68);
 	EXPECT_EQ(info.max_mtu, 16384);
 	EXPECT_EQ(info.max_rx_pktlen, 16384u + 14 + 8);
-	EXPECT_EQ(info.max_rx_queues, 4);
+	EXPECT_EQ(info.max_rx_queues, 16) << "spread in software";
 	EXPECT_EQ(info.max_tx_queues, 4);
 	EXPECT_EQ(info.rx_offload_capa,
 		RTE_ETH_RX_OFFLOAD_TIMESTAMP | RTE_ETH_RX_OFFLOAD_VLAN_STRIP |
-			RTE_ETH_RX_OFFLOAD_SCATTER);
+			RTE_ETH_RX_OFFLOAD_SCATTER | RTE_ETH_RX_OFFLOAD_RSS_HASH);
 	EXPECT_EQ(info.tx_offload_capa, RTE_ETH_TX_OFFLOAD_MULTI_SEGS);
 }
 

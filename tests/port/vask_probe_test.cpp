@@ -2,6 +2,8 @@
 /* The life of ports: probe, close, and what stands or falls with them. */
 #include "port_test.h"
 
+#include <cstdlib>
+
 #include <rte_eal.h>
 
 #include "rte_pmd_net_vask1.h"
@@ -89,6 +91,54 @@ TEST_F(PortLife, DefaultPolicyThatTheCardRefusesIsMissingAndThePortIsThere)
 	ASSERT_EQ(add_profile(port, 5, 80000, 20480, 20480), 0);
 	EXPECT_EQ(create_meter(port, 9, 5, 0, RECEIVE), -EBUSY);
 	EXPECT_STREQ(error.message, "add meter but not find policy");
+}
+
+TEST_F(PortLife, PoolThatCannotBeCreatedFailsTheProbeAndTheNextOneWorks)
+{
+	for (const char *pool : {"1", "2", "3"}) {
+		SCOPED_TRACE(pool);
+		log();
+		EXPECT_EQ(probe("net_vask1_0",
+				  std::string("fault=vask_p4_indexstack_create:") + pool + ":-12"),
+			-EIO);
+		EXPECT_NE(log().find("net_vask1_0: the meter module does not start"),
+			std::string::npos);
+		EXPECT_EQ(meter_index_mgr, nullptr);
+		EXPECT_EQ(profile_index_mgr, nullptr);
+		EXPECT_EQ(policy_index_mgr, nullptr);
+		run_round();
+	}
+}
+
+/* Nobody looks at whether an index was held back: one that was not is handed out like any other. */
+TEST_F(PortLife, IndexThatCannotBeHeldBackIsHandedOutAndTheNextProbeStartsFresh)
+{
+	struct Case {
+		const char *nth;
+		uint32_t profiles, policies, first_meter;
+	};
+
+	/* held back: 0 of the meters, of the profiles and of the policies, and 255 of the policies */
+	for (const Case &c : {Case{"1", 255, 254, 0}, Case{"2", 256, 254, 1},
+		     Case{"3", 255, 255, 1}, Case{"4", 255, 255, 1}}) {
+		SCOPED_TRACE(c.nth);
+		ASSERT_EQ(probe("net_vask1_0",
+				  std::string("fault=vask_p4_indexstack_set:") + c.nth + ":-5"),
+			0);
+		const uint16_t port = port_of("net_vask1_0");
+		uint32_t profiles = 0, policies = 0;
+
+		while (add_profile(port, profiles + 1, 80000, 20480, 20480) == 0)
+			profiles++;
+		while (add_policy(port, policies + 1) == 0)
+			policies++;
+		EXPECT_EQ(profiles, c.profiles);
+		EXPECT_EQ(policies, c.policies);
+		ASSERT_EQ(create_meter(port, 9, 5, 7, RECEIVE), 0);
+		EXPECT_EQ(vask_p4_find_hw_meterid_by_upid(9), c.first_meter);
+		EXPECT_EQ(remove("net_vask1_0"), 0);
+		run_round();
+	}
 }
 
 TEST_F(PortLife, FailedProbeGivesTheUplinkBack)
@@ -195,6 +245,9 @@ TEST_F(PortLife, RefusedProbeLeavesTheFaultsThatWereSetBefore)
 /* Whoever ends without closing anything: the environment removes the devices, in the order of their probe. */
 TEST_F(PortLife, EndOfTheEnvironmentRemovesPortsThatRun)
 {
+	if (getenv("VASK_EMULATED") != nullptr)
+		GTEST_SKIP() << "an emulated program cannot start itself anew";
+
 	const auto leave = [this](bool uplink_first) {
 		if (uplink_first)
 			make_wire("wire");

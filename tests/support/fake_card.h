@@ -53,12 +53,12 @@ class FakeCard
 	/** @} */
 
 	/** Indexes that a pool hands out next, in this order; they must be free by then. */
-	void HandOut(const VASK_P4_INDEXSTACK_MANAGER *pool, std::deque<uint32_t> indexes);
+	void HandOut(const VASK_P4_INDEXSTACK_MANAGER *manager, std::deque<uint32_t> indexes);
 
 	/** Takes every index that is left. */
-	void Drain(const VASK_P4_INDEXSTACK_MANAGER *pool);
+	void Drain(const VASK_P4_INDEXSTACK_MANAGER *manager);
 
-	Pool &pool(const VASK_P4_INDEXSTACK_MANAGER *pool);
+	Pool &pool(const VASK_P4_INDEXSTACK_MANAGER *manager);
 	const std::vector<std::unique_ptr<Pool>> &pools() const
 	{
 		return pools_;

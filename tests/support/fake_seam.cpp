@@ -48,7 +48,7 @@ KeyOf(const qorn_input_port_table_key_tx *key)
 bool
 IsUsed(const FakeCard::Pool &pool, uint32_t index)
 {
-	return pool.used.count(index) != 0;
+	return pool.used.contains(index);
 }
 
 /* The index that the pool gives next, or its capacity when none is left. */

@@ -144,7 +144,7 @@ SeamTest::TearDown()
 		listed.insert(node);
 	std::vector<void *> unlisted;
 	for (const auto &block : memory.live())
-		if (listed.count(block.first) == 0)
+		if (!listed.contains(block.first))
 			unlisted.push_back(block.first);
 	EXPECT_EQ(unlisted.size(), left_behind_) << "blocks that live and stand in no list";
 	for (void *block : unlisted)

@@ -3,6 +3,7 @@
 
 import json
 import os
+import re
 import subprocess
 import sys
 import unittest
@@ -99,7 +100,7 @@ class Telemetry(unittest.TestCase):
         answers = self.ask(
             "/net_vask1/meter", "/net_vask1/meter,x", "/net_vask1/meter,77", "/net_vask1/meters,0,0",
             "/net_vask1/meters,0,513", "/net_vask1/profiles,1", "/net_vask1/shapers",
-            "/net_vask1/shapers,1")
+            "/net_vask1/shapers,1", "/net_vask1/profiles,x", "/net_vask1/policies,0,513")
         self.assertEqual([a["error"] for a in answers], [
             "/net_vask1/meter,<meter id> is accepted",
             "/net_vask1/meter,<meter id> is accepted",
@@ -108,7 +109,9 @@ class Telemetry(unittest.TestCase):
             "/net_vask1/meters,<first>,<count> with a count of 1 to 512 is accepted",
             "there is no profile 1; /net_vask1/profiles lists them",
             "/net_vask1/shapers,<port id> is accepted",
-            "port 1 is not one of the card's; /net_vask1/ports lists them"])
+            "port 1 is not one of the card's; /net_vask1/ports lists them",
+            "/net_vask1/profiles,<id> or <first>,<count> with a count of 1 to 512 is accepted",
+            "/net_vask1/policies,<id> or <first>,<count> with a count of 1 to 512 is accepted"])
 
     def test_private_dump_is_reached_through_ethdevs_own_command(self):
         text, = self.ask("/ethdev/dump_priv,0")
@@ -135,7 +138,16 @@ class Faults(unittest.TestCase):
         self.assertEqual(cleared, [])
         t.run("del port meter profile 0 20")
         misspelt, = ask(t, "/net_vask1/faults,vask_p4_mep_add_metre:1:-5")
-        self.assertIn("vask_p4_mep_add_meter_profile", misspelt["operations"])
+        # the page that documents the operations has them all
+        with open(os.path.join(SOURCE, "doc", "softcard.md"), encoding="utf-8") as page:
+            table = page.read().split("| operations |")[1].split("\n\n")[0]
+        self.assertEqual(sorted(misspelt["operations"]), sorted(re.findall(r"`(\w+)`", table)))
+        delayed, = ask(t, "/net_vask1/faults,vask_p4_indexstack_destroy:1:-5")
+        self.assertEqual(
+            delayed["reason"],
+            "vask_p4_indexstack_destroy returns nothing and cannot fail; code 0 delays it")
+        foreign, = ask(t, "/net_vask1/faults,vask_cmd_set_shaper:\u00e9\u007f:-5")
+        self.assertEqual(foreign["reason"], "'???' is neither 'every' nor a call, counted from 1")
 
 
 class Paging(unittest.TestCase):

@@ -90,7 +90,7 @@ MeterTest::AddMeter(uint32_t dir, uint32_t id, uint32_t hw_meter_id)
 bool
 MeterTest::IsTaken(const VASK_P4_INDEXSTACK_MANAGER *pool, uint32_t index) const
 {
-	return card.pool(pool).used.count(index) != 0;
+	return card.pool(pool).used.contains(index);
 }
 
 std::vector<Event>

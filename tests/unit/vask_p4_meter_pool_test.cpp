@@ -31,8 +31,8 @@ class PoolWrapper : public ModuleTest
 		uint32_t index = 0;
 		while (vask_p4_get_meter_index(pool, &index) == 0)
 			EXPECT_TRUE(taken.insert(index).second) << index << " came twice";
-		for (uint32_t index : taken)
-			EXPECT_EQ(vask_p4_meter_free_index(pool, index), 0);
+		for (uint32_t one : taken)
+			EXPECT_EQ(vask_p4_meter_free_index(pool, one), 0);
 		return taken;
 	}
 };

@@ -54,7 +54,7 @@ class AnyBytes : public ModuleTest, public ::testing::WithParamInterface<int>
 
 	template <typename Entry> Entry Random()
 	{
-		Entry entry;
+		Entry entry = {};
 		auto *bytes = reinterpret_cast<uint8_t *>(&entry);
 		for (size_t n = 0; n < sizeof(entry); n++)
 			bytes[n] = Below(4) == 0 ? Below(2) * 0xFF : random();

@@ -87,8 +87,8 @@ int rte_pmd_net_vask1_meter_stats(
  *
  * @param text  `<operation>:<n|every>:<code>[:<delay in microseconds>]`, where the operation is a function's
  *   name and n counts its calls from now, 1 being the next one.
- * @return 0; -ENOENT for an operation that does not exist; -EINVAL for text that does not read so; -ENOSPC
- *   when too many are set; -ENODEV. A refusal gives an ERR line that says what is accepted.
+ * @return 0; -ENOENT for an operation that does not exist; -EINVAL for text that does not read so; -ENOTSUP
+ *   for a code where the operation returns nothing; -ENOSPC when too many are set; -ENODEV. A refusal gives an ERR line that says what is accepted.
  */
 int rte_pmd_net_vask1_fault_set(const char *text);
 

@@ -13,8 +13,30 @@
 extern "C" {
 #endif
 
-/** How many indexes of a pool are free; 0 for a null pool. Any thread. */
-uint32_t vask_p4_indexstack_free_num(VASK_P4_INDEXSTACK_MANAGER *manager);
+/**
+ * @name Index pools
+ * What the operations of vask_p4_idx.h do, with the same arguments and, where they are told here, the same
+ * results: the card puts its faults and its trace around them. Any thread.
+ * @{
+ */
+
+/** 0; -EINVAL for a null pointer or a capacity that cannot be had; -ENOMEM. *manager is null after both. */
+int vask_p4_idx_create(uint32_t capacity, VASK_P4_INDEXSTACK_MANAGER **manager);
+
+/** 0; -EINVAL for a null pointer; -ENOSPC. */
+int vask_p4_idx_alloc(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t *pindex, uint32_t count);
+
+/** 0; -EINVAL for a null pool or out of range; -EALREADY when one of the indexes is free. */
+int vask_p4_idx_free(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint32_t count);
+
+/** 0; -EINVAL for a null pool or out of range. */
+int vask_p4_idx_set(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint32_t count);
+
+void vask_p4_idx_destroy(VASK_P4_INDEXSTACK_MANAGER *manager);
+
+/** How many indexes of a pool are free; 0 for a null pool. */
+uint32_t vask_p4_idx_free_num(VASK_P4_INDEXSTACK_MANAGER *manager);
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -5,8 +5,6 @@
  * its indexes from the lowest up; one given back is the next to go out again.
  */
 
-#include "vask_p4_idx.h"
-
 #include <cerrno>
 #include <cstdlib>
 
@@ -77,7 +75,7 @@ resize(VASK_P4_INDEXSTACK_MANAGER *pool, uint32_t freenum)
 } // namespace
 
 int
-vask_p4_indexstack_create(uint32_t capacity, VASK_P4_INDEXSTACK_MANAGER **manager)
+vask_p4_idx_create(uint32_t capacity, VASK_P4_INDEXSTACK_MANAGER **manager)
 {
 	if (manager == nullptr)
 		return -EINVAL;
@@ -108,7 +106,7 @@ vask_p4_indexstack_create(uint32_t capacity, VASK_P4_INDEXSTACK_MANAGER **manage
 }
 
 int
-vask_p4_indexstack_alloc(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t *pindex, uint32_t count)
+vask_p4_idx_alloc(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t *pindex, uint32_t count)
 {
 	if (manager == nullptr || pindex == nullptr)
 		return -EINVAL;
@@ -125,7 +123,7 @@ vask_p4_indexstack_alloc(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t *pindex, 
 }
 
 int
-vask_p4_indexstack_free(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint32_t count)
+vask_p4_idx_free(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint32_t count)
 {
 	if (manager == nullptr || !in_range(manager, index, count))
 		return -EINVAL;
@@ -143,7 +141,7 @@ vask_p4_indexstack_free(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uin
 }
 
 int
-vask_p4_indexstack_set(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint32_t count)
+vask_p4_idx_set(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint32_t count)
 {
 	if (manager == nullptr || !in_range(manager, index, count))
 		return -EINVAL;
@@ -162,7 +160,7 @@ vask_p4_indexstack_set(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint
 }
 
 uint32_t
-vask_p4_indexstack_free_num(VASK_P4_INDEXSTACK_MANAGER *manager)
+vask_p4_idx_free_num(VASK_P4_INDEXSTACK_MANAGER *manager)
 {
 	if (manager == nullptr)
 		return 0;
@@ -173,7 +171,7 @@ vask_p4_indexstack_free_num(VASK_P4_INDEXSTACK_MANAGER *manager)
 }
 
 void
-vask_p4_indexstack_destroy(VASK_P4_INDEXSTACK_MANAGER *manager)
+vask_p4_idx_destroy(VASK_P4_INDEXSTACK_MANAGER *manager)
 {
 	if (manager == nullptr)
 		return;

@@ -3,12 +3,15 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <rte_errno.h>
+
 #include "softcard.h"
 #include "softcard_fault.h"
 #include "softcard_trace.h"
 #include "vask_card.h"
 #include "vask_meter_ref.h"
 #include "vask_mtr.h"
+#include "vask_p4_driver.h"
 #include "vask_p4_log.h"
 #include "vask_p4_meter.h"
 #include "vask_port.h"
@@ -50,7 +53,7 @@ open_trace(const struct vask_port *port)
 	rc = softcard_trace_open(port->args.trace);
 	if (rc != 0)
 		VASK_P4_LOG(ERR, "%s: trace=%s is refused: %s", port->data->name, port->args.trace,
-			rc == -EBUSY ? "another file is the trace" : strerror(-rc));
+			rc == -EBUSY ? "another file is the trace" : rte_strerror(-rc));
 	return rc;
 }
 
@@ -152,7 +155,7 @@ vask_card_destroy_meters(struct vask_port *port)
 			TAILQ_REMOVE(&vask_p4_meter_list, node, next);
 			/* a disabled meter has given its index back */
 			if (node->data.enable)
-				vask_p4_indexstack_free(meter_index_mgr, node->data.hw_meter_id, 1);
+				vask_p4_idx_free(meter_index_mgr, node->data.hw_meter_id, 1);
 			free(node);
 		}
 		vask_meter_refresh(meter_id);
@@ -173,7 +176,7 @@ vask_card_join(struct vask_port *port)
 		rc = softcard_start();
 		if (rc != 0) {
 			VASK_P4_LOG(ERR, "%s: the card does not start: %s", port->data->name,
-				strerror(-rc));
+				rte_strerror(-rc));
 			goto trace;
 		}
 	}

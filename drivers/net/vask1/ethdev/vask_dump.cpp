@@ -58,7 +58,7 @@ dump_port(FILE *file, const struct vask_port *port)
 void
 dump_pool(FILE *file, const char *name, VASK_P4_INDEXSTACK_MANAGER *pool, uint32_t size)
 {
-	fprintf(file, "  %-18s : %u of %u free\n", name, vask_p4_indexstack_free_num(pool), size);
+	fprintf(file, "  %-18s : %u of %u free\n", name, vask_p4_idx_free_num(pool), size);
 }
 
 void

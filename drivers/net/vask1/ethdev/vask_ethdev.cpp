@@ -2,7 +2,6 @@
 #include <cerrno>
 
 #include <rte_malloc.h>
-#include <rte_rcu_qsbr.h>
 
 #include "softcard_view.h"
 #include "vask_card.h"
@@ -14,6 +13,7 @@
 #include "vask_p4_meter.h"
 #include "vask_port.h"
 #include "vask_queue.h"
+#include "vask_rss.h"
 #include "vask_rxtx.h"
 #include "vask_stats.h"
 #include "vask_uplink_ops.h"
@@ -47,7 +47,6 @@ dev_infos_get(struct rte_eth_dev *dev, struct rte_eth_dev_info *info)
 	if (vask_uplink_info(vask_port_of(dev), &uplink) != 0)
 		return 0;
 
-	info->max_rx_queues = RTE_MIN(VASK_QUEUES_MAX, uplink.max_rx_queues);
 	info->max_tx_queues = RTE_MIN(VASK_QUEUES_MAX, uplink.max_tx_queues);
 	info->rx_offload_capa |= uplink.rx_offload_capa & UPLINK_RX_OFFLOADS;
 	info->tx_offload_capa = uplink.tx_offload_capa & UPLINK_TX_OFFLOADS;
@@ -58,6 +57,7 @@ dev_infos_get(struct rte_eth_dev *dev, struct rte_eth_dev_info *info)
 	info->reta_size = uplink.reta_size;
 	info->hash_key_size = uplink.hash_key_size;
 	info->if_index = uplink.if_index;
+	vask_rss_info(vask_port_of(dev), &uplink, info);
 	return 0;
 }
 
@@ -90,9 +90,13 @@ configure_mtu(struct rte_eth_dev *dev)
 int
 dev_configure(struct rte_eth_dev *dev)
 {
-	const int rc = vask_uplink_configure(
-		vask_port_of(dev), dev->data->nb_rx_queues, dev->data->nb_tx_queues);
+	struct vask_port *port = vask_port_of(dev);
+	int rc;
 
+	rc = vask_rss_configure(port);
+	if (rc == 0)
+		rc = vask_uplink_configure(
+			port, vask_rss_uplink_queues(port), dev->data->nb_tx_queues);
 	return rc != 0 ? rc : configure_mtu(dev);
 }
 
@@ -105,9 +109,11 @@ rx_queue_setup(struct rte_eth_dev *dev, uint16_t id, uint16_t n_desc, unsigned i
 	struct vask_queue *q;
 	int rc;
 
-	rc = vask_uplink_rx_queue_setup(port, id, n_desc, socket, pool);
-	if (rc != 0)
-		return rc;
+	if (id < vask_rss_uplink_queues(port)) {
+		rc = vask_uplink_rx_queue_setup(port, id, n_desc, socket, pool);
+		if (rc != 0)
+			return rc;
+	}
 	q = vask_queue_create(port, VASK_P4_MEP_INGRESS, id, socket, pool);
 	if (q == nullptr)
 		return -ENOMEM;
@@ -176,7 +182,7 @@ dev_stop(struct rte_eth_dev *dev)
 	int rc;
 
 	/* the application's bursts have ended before its transmit queues are emptied */
-	rte_rcu_qsbr_synchronize(port->rcu, RTE_QSBR_THRID_INVALID);
+	vask_port_bursts_end(port);
 	if (port->clock.capture)
 		for (uint16_t i = 0; i < dev->data->nb_tx_queues; i++)
 			if (dev->data->tx_queues[i] != nullptr)
@@ -200,6 +206,7 @@ dev_close(struct rte_eth_dev *dev)
 		rx_queue_release(dev, i);
 	for (uint16_t i = 0; i < dev->data->nb_tx_queues; i++)
 		tx_queue_release(dev, i);
+	vask_rss_fini(port);
 	{
 		const struct vask_control_guard lock;
 
@@ -287,10 +294,10 @@ eth_dev_ops_fill()
 	ops.mac_addr_set = mac_addr_set;
 	ops.mtu_set = mtu_set;
 	ops.vlan_offload_set = vlan_offload_set;
-	ops.rss_hash_update = vask_uplink_rss_hash_update;
-	ops.rss_hash_conf_get = vask_uplink_rss_hash_conf_get;
-	ops.reta_update = vask_uplink_reta_update;
-	ops.reta_query = vask_uplink_reta_query;
+	ops.rss_hash_update = vask_rss_hash_update;
+	ops.rss_hash_conf_get = vask_rss_hash_conf_get;
+	ops.reta_update = vask_rss_reta_update;
+	ops.reta_query = vask_rss_reta_query;
 	ops.stats_get = vask_stats_get;
 	ops.stats_reset = vask_stats_reset;
 	ops.xstats_get = vask_xstats_get;

@@ -6,6 +6,7 @@
 #include "vask_flow_dump.h"
 #include "vask_flow_parse.h"
 #include "vask_meter_ref.h"
+#include "vask_p4_enum.h"
 
 /* The result of vask_meter_ref_check() or vask_meter_ref_attach() as a refusal of the METER action. */
 static int
@@ -73,12 +74,12 @@ flow_create(struct rte_eth_dev *dev, const struct rte_flow_attr *attr,
 
 	if (parse(dev, attr, pattern, actions, &spec, &meter_action, error) != 0)
 		return nullptr;
-	rule = vask_flow_rule_alloc(&spec);
+	rule = vask_flow_rule_alloc(vask_port_of(dev)->flow[spec.dir], &spec);
 	if (rule == nullptr)
 		return no_memory(nullptr, error);
-	if (rule->meters && vask_meter_ref_attach(rule) != 0)
+	if (spec.meter_id != 0 && vask_meter_ref_attach(rule) != 0)
 		return no_memory(rule, error);
-	if (vask_flow_insert(vask_port_of(dev)->flow[spec.dir], rule) != 0)
+	if (vask_flow_insert(rule) != 0)
 		return no_memory(rule, error);
 	return rule;
 }
@@ -152,7 +153,7 @@ flow_query(struct rte_eth_dev *dev, struct rte_flow *flow, const struct rte_flow
 
 	if (!is_rule(vask_port_of(dev), flow))
 		return no_rule(flow, error);
-	if (action == nullptr || action->type != RTE_FLOW_ACTION_TYPE_COUNT)
+	if (action == nullptr || vask_p4_enum_number(&action->type) != RTE_FLOW_ACTION_TYPE_COUNT)
 		return rte_flow_error_set(error, ENOTSUP, RTE_FLOW_ERROR_TYPE_ACTION, action,
 			"only count can be queried");
 	if (flow->count == nullptr)

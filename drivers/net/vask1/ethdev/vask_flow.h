@@ -32,7 +32,7 @@ struct vask_flow_verdict {
 	uint64_t
 		drop_mask; /* bit i: a rule drops packet i, which is neither metered nor freed here */
 	bool metered;      /* some packet may have a meter, and hw_meter_id is written */
-	bool diverted;     /* some packet goes to another queue, and tag is written */
+	bool diverted;     /* rules name queues for some packets, and tag is written */
 };
 
 /**
@@ -52,8 +52,8 @@ vask_flow_idle(const struct vask_port *port, int dir, uint32_t *port_meter)
 }
 
 /**
- * Classifies a burst: writes the hardware meter of each packet into hw_meter_id, and the receive queue that
- * it goes to into tag, where the verdict says so.
+ * Classifies a burst: writes the hardware meter of each packet into hw_meter_id, and the receive queue that a
+ * rule sends it to, or VASK_FLOW_STAY, into tag, where the verdict says so.
  *
  * For the time of the call, and until the caller has used the verdict, the queue is on line in port->rcu.
  * Takes no lock, and writes nothing that another queue writes.

@@ -124,10 +124,8 @@ read_ipv6_payload(
 		/* none is shorter than 8 bytes */
 		if (off + 8 > end)
 			return 0;
-		if (ext == VASK_FLOW_EXT_FRAG)
+		if (ext == VASK_FLOW_EXT_FRAG || ext == VASK_FLOW_EXT_ESP)
 			size = 8;
-		else if (ext == VASK_FLOW_EXT_ESP)
-			size = 8; /* what follows is encrypted */
 		else if (ext == VASK_FLOW_EXT_AUTH)
 			size = (p[off + 1] + 2) * 4;
 		else
@@ -135,7 +133,7 @@ read_ipv6_payload(
 		if (off + size > end)
 			return 0;
 		f->ipv6_ext |= ext;
-		if (ext == VASK_FLOW_EXT_ESP)
+		if (ext == VASK_FLOW_EXT_ESP) /* what follows is encrypted */
 			return 0;
 		/* a whole datagram may carry a fragment header too */
 		if (ext == VASK_FLOW_EXT_FRAG && (load16(p + off + 2) & IPV6_FRAGMENT) != 0)

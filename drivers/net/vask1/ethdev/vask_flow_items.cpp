@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "vask_flow_items.h"
+#include "vask_p4_enum.h"
 
 #define ITEM_ERROR(code, kind, text) \
 	rte_flow_error_set(error, code, RTE_FLOW_ERROR_TYPE_##kind, item, text)
@@ -45,6 +46,7 @@ read_item(const struct rte_flow_item *item, const T &default_mask, T *spec, T *m
 	*mask = default_mask;
 	if (item->mask != nullptr)
 		memcpy(mask, item->mask, sizeof(*mask));
+	/* NOLINTNEXTLINE(bugprone-suspicious-memory-comparison,cert-exp42-c,cert-flp37-c): masked below */
 	if (item->last != nullptr && memcmp(item->last, &zero, sizeof(zero)) != 0) {
 		const uint8_t *first = reinterpret_cast<const uint8_t *>(spec);
 		const uint8_t *last = static_cast<const uint8_t *>(item->last);
@@ -220,7 +222,7 @@ add_l4(struct pattern *p, const struct rte_flow_item *item, uint16_t present, co
 static int
 parse_item(struct pattern *p, const struct rte_flow_item *item, struct rte_flow_error *error)
 {
-	switch (item->type) {
+	switch (vask_p4_enum_number(&item->type)) {
 	case RTE_FLOW_ITEM_TYPE_VOID:
 		return 0;
 	case RTE_FLOW_ITEM_TYPE_ETH:
@@ -252,7 +254,7 @@ vask_flow_items_parse(
 	if (item == nullptr)
 		return rte_flow_error_set(
 			error, EINVAL, RTE_FLOW_ERROR_TYPE_ITEM_NUM, nullptr, "no pattern");
-	for (; item->type != RTE_FLOW_ITEM_TYPE_END; item++) {
+	for (; vask_p4_enum_number(&item->type) != RTE_FLOW_ITEM_TYPE_END; item++) {
 		int rc = parse_item(&p, item, error);
 
 		if (rc != 0)

@@ -4,6 +4,7 @@
 
 #include "vask_flow_items.h"
 #include "vask_flow_parse.h"
+#include "vask_p4_enum.h"
 
 #define ACTION_ERROR(code, kind, text) \
 	rte_flow_error_set(error, code, RTE_FLOW_ERROR_TYPE_##kind, action, text)
@@ -87,7 +88,7 @@ add_meter(struct actions *a, const struct rte_flow_action *action, struct rte_fl
 static int
 parse_action(struct actions *a, const struct rte_flow_action *action, struct rte_flow_error *error)
 {
-	switch (action->type) {
+	switch (vask_p4_enum_number(&action->type)) {
 	case RTE_FLOW_ACTION_TYPE_VOID:
 		return 0;
 	case RTE_FLOW_ACTION_TYPE_METER:
@@ -120,7 +121,7 @@ parse_actions(uint16_t nb_rx_queues, const struct rte_flow_action *action,
 	if (action == nullptr)
 		return rte_flow_error_set(
 			error, EINVAL, RTE_FLOW_ERROR_TYPE_ACTION_NUM, nullptr, "no actions");
-	for (; action->type != RTE_FLOW_ACTION_TYPE_END; action++) {
+	for (; vask_p4_enum_number(&action->type) != RTE_FLOW_ACTION_TYPE_END; action++) {
 		int rc = parse_action(&a, action, error);
 
 		if (rc != 0)

@@ -4,7 +4,7 @@
 
 /**
  * @file
- * A flow rule: what it asks for, and what packets read of it.
+ * A flow rule: what it asks for, and where it stands. What packets read of it is its line.
  */
 
 #include <atomic>
@@ -14,8 +14,10 @@
 #include <rte_common.h>
 
 #include "vask_flow_fields.h"
+#include "vask_flow_line.h"
 #include "vask_port.h"
 
+struct vask_flow_state;
 struct vask_flow_tuple;
 struct vask_meter_ref;
 
@@ -48,23 +50,12 @@ struct vask_flow_retired {
 	void (*release)(struct vask_flow_retired *retired);
 };
 
-/** A rule. What a packet touches comes first, on one cache line when the key is short. */
-struct alignas(RTE_CACHE_LINE_SIZE) rte_flow {
-	std::atomic<uint32_t>
-		ready; /* 1 once the rule is whole: read with acquire, before the rest */
-	std::atomic<uint32_t> hw_meter_id;   /* 0: unmetered */
-	uint64_t rank;                       /* priority, then age; the lowest wins */
-	std::atomic<struct rte_flow *> next; /* same pattern, the next in rank */
-	uint16_t fate;
-	bool meters;
-	bool passthru;
-	bool meters_only;                  /* no other action */
-	struct vask_flow_count *count;     /* one a queue, or null */
-	uint64_t key[VASK_FLOW_KEY_WORDS]; /* the tuple's words, masked */
-
-	/* the control path's own */
-	struct vask_flow_retired retired;
+/** A rule: what it asks for, and where it stands. */
+struct rte_flow {
 	struct vask_flow_spec spec;
+	struct vask_flow_line *line;
+	struct vask_flow_count *count; /* one a queue, or null */
+	struct vask_flow_retired retired;
 	struct vask_flow_state *state;
 	struct vask_flow_tuple *tuple;
 	struct vask_meter_ref *meter;
@@ -78,10 +69,11 @@ struct alignas(RTE_CACHE_LINE_SIZE) rte_flow {
 
 TAILQ_HEAD(vask_flow_list, rte_flow);
 
-/** A rule that no packet sees yet, zero but for what `spec` says; null when memory is short. */
-struct rte_flow *vask_flow_rule_alloc(const struct vask_flow_spec *spec);
+/** A rule of that state which no packet sees yet; null when memory is short. */
+struct rte_flow *
+vask_flow_rule_alloc(struct vask_flow_state *state, const struct vask_flow_spec *spec);
 
-/** Frees a rule that was never inserted. */
+/** Frees a rule that no packet sees. */
 void vask_flow_rule_free(struct rte_flow *rule);
 
 /**

@@ -98,6 +98,7 @@ find_tuple(const struct vask_flow_state *state, const union vask_flow_fields *ma
 	struct vask_flow_tuple *tuple;
 
 	TAILQ_FOREACH (tuple, &state->tuples, next)
+		/* NOLINTNEXTLINE(bugprone-suspicious-memory-comparison,cert-exp42-c,cert-flp37-c): no padding */
 		if (memcmp(&tuple->full_mask, mask, sizeof(*mask)) == 0)
 			return tuple;
 	return nullptr;
@@ -111,6 +112,7 @@ vask_flow_state_create(struct rte_rcu_qsbr *rcu, struct vask_flow_state **state)
 	if (*state == nullptr)
 		return -ENOMEM;
 	(*state)->rcu = rcu;
+	vask_flow_lines_init(&(*state)->lines);
 	TAILQ_INIT(&(*state)->rules);
 	TAILQ_INIT(&(*state)->tuples);
 	STAILQ_INIT(&(*state)->retired);
@@ -134,6 +136,7 @@ vask_flow_state_free(struct vask_flow_state *state)
 		TAILQ_REMOVE(&state->tuples, tuple, next);
 		vask_flow_tuple_free(tuple);
 	}
+	vask_flow_lines_fini(&state->lines);
 	rte_free(const_cast<struct vask_flow_view *>(state->view.load()));
 	rte_free(state);
 }
@@ -151,9 +154,9 @@ enlarge_tuple(const struct vask_flow_tuple *old, struct rte_flow *added, bool ha
 		return nullptr;
 	TAILQ_FOREACH (rule, &old->rules, in_tuple)
 		if (rule->head && rc == 0)
-			rc = vask_flow_tuple_put(tuple, rule);
+			rc = vask_flow_tuple_put(tuple, rule->line);
 	if (rc == 0)
-		rc = vask_flow_tuple_put(tuple, added);
+		rc = vask_flow_tuple_put(tuple, added->line);
 	if (rc == 0)
 		return tuple;
 	vask_flow_tuple_free(tuple);
@@ -192,7 +195,7 @@ make_key(const struct vask_flow_tuple *tuple, struct rte_flow *rule)
 {
 	const struct vask_flow_frame frame = vask_flow_frame_of(&rule->spec.key);
 
-	vask_flow_tuple_key(tuple, &frame, rule->key);
+	vask_flow_tuple_key(tuple, &frame, rule->line->key);
 }
 
 /* The first rule of a mask brings its tuple with it. */
@@ -204,8 +207,8 @@ insert_first(struct vask_flow_state *state, struct rte_flow *rule)
 	if (tuple == nullptr)
 		return -ENOMEM;
 	make_key(tuple, rule);
-	vask_flow_tuple_put(tuple, rule);
-	tuple->best_rank = rule->rank;
+	vask_flow_tuple_put(tuple, rule->line);
+	tuple->best_rank = rule->line->rank;
 	list_tuple(state, tuple);
 	if (publish(state) != 0) {
 		TAILQ_REMOVE(&state->tuples, tuple, next);
@@ -219,48 +222,59 @@ insert_first(struct vask_flow_state *state, struct rte_flow *rule)
 
 /* Puts a rule among those with the same pattern, the first of which is head. */
 static int
-insert_in_chain(struct vask_flow_tuple *tuple, struct rte_flow *head, struct rte_flow *rule)
+insert_in_chain(
+	struct vask_flow_tuple *tuple, struct vask_flow_line *head, struct vask_flow_line *line)
 {
-	struct rte_flow *next;
+	struct vask_flow_line *next;
 
-	if (rule->rank < head->rank) {
-		rule->next.store(head);
-		if (vask_flow_tuple_put(tuple, rule) != 0)
+	if (line->rank < head->rank) {
+		line->next.store(head);
+		if (vask_flow_tuple_put(tuple, line) != 0)
 			return -ENOMEM;
-		rule->head = true;
-		head->head = false;
+		line->rule->head = true;
+		head->rule->head = false;
 		return 0;
 	}
 	while ((next = head->next.load(std::memory_order_relaxed)) != nullptr &&
-		next->rank < rule->rank)
+		next->rank < line->rank)
 		head = next;
-	rule->next.store(next);
-	rule->ready.store(1, std::memory_order_release);
-	head->next.store(rule);
+	line->next.store(next);
+	line->ready.store(true, std::memory_order_release);
+	head->next.store(line);
 	return 0;
+}
+
+static void
+relist_tuple(struct vask_flow_state *state, struct vask_flow_tuple *tuple, uint64_t best_rank)
+{
+	tuple->best_rank = best_rank;
+	TAILQ_REMOVE(&state->tuples, tuple, next);
+	list_tuple(state, tuple);
 }
 
 static int
 insert_into(struct vask_flow_state *state, struct vask_flow_tuple *tuple, struct rte_flow *rule)
 {
-	struct rte_flow *head;
+	struct vask_flow_line *head;
 	int rc;
 
 	/* a rank too low costs packets a lookup, one too high would hide the rule */
-	if (rule->rank < tuple->best_rank) {
-		tuple->best_rank = rule->rank;
-		TAILQ_REMOVE(&state->tuples, tuple, next);
-		list_tuple(state, tuple);
-		if (publish(state) != 0)
+	if (rule->line->rank < tuple->best_rank) {
+		const uint64_t before = tuple->best_rank;
+
+		relist_tuple(state, tuple, rule->line->rank);
+		if (publish(state) != 0) {
+			relist_tuple(state, tuple, before);
 			return -ENOMEM;
+		}
 	}
 	rule->tuple = tuple;
 	make_key(tuple, rule);
-	head = vask_flow_tuple_find(tuple, rule->key);
+	head = vask_flow_tuple_find(tuple, rule->line->key);
 	if (head != nullptr)
-		return insert_in_chain(tuple, head, rule);
+		return insert_in_chain(tuple, head, rule->line);
 
-	rc = vask_flow_tuple_put(tuple, rule);
+	rc = vask_flow_tuple_put(tuple, rule->line);
 	if (rc == -ENOSPC)
 		rc = grow_tuple(state, tuple, rule);
 	rule->head = rc == 0;
@@ -268,21 +282,21 @@ insert_into(struct vask_flow_state *state, struct vask_flow_tuple *tuple, struct
 }
 
 int
-vask_flow_insert(struct vask_flow_state *state, struct rte_flow *rule)
+vask_flow_insert(struct rte_flow *rule)
 {
+	struct vask_flow_state *state = rule->state;
 	struct vask_flow_tuple *tuple = find_tuple(state, &rule->spec.mask);
 	int rc;
 
 	reclaim(state);
-	rule->state = state;
-	rule->rank =
+	rule->line->rank =
 		static_cast<uint64_t>(rule->spec.priority) << RANK_AGE_BITS | state->next_age++;
 	rc = tuple == nullptr ? insert_first(state, rule) : insert_into(state, tuple, rule);
 	if (rc != 0)
 		return rc;
 	TAILQ_INSERT_TAIL(&state->rules, rule, in_state);
 	TAILQ_INSERT_TAIL(&rule->tuple->rules, rule, in_tuple);
-	if (rule->meters && state->n_meter_rules++ == 0)
+	if (rule->spec.meter_id != 0 && state->n_meter_rules++ == 0)
 		state->metering.store(true);
 	return 0;
 }
@@ -292,20 +306,20 @@ vask_flow_remove(struct rte_flow *rule)
 {
 	struct vask_flow_state *state = rule->state;
 	struct vask_flow_tuple *tuple = rule->tuple;
-	struct rte_flow *next = rule->next.load(std::memory_order_relaxed);
+	struct vask_flow_line *next = rule->line->next.load(std::memory_order_relaxed);
 
-	if (rule->meters && --state->n_meter_rules == 0)
+	if (rule->spec.meter_id != 0 && --state->n_meter_rules == 0)
 		state->metering.store(false);
 	if (!rule->head) {
-		struct rte_flow *before = vask_flow_tuple_find(tuple, rule->key);
+		struct vask_flow_line *before = vask_flow_tuple_find(tuple, rule->line->key);
 
-		while (before->next.load(std::memory_order_relaxed) != rule)
+		while (before->next.load(std::memory_order_relaxed) != rule->line)
 			before = before->next.load(std::memory_order_relaxed);
 		before->next.store(next);
 	} else if (next != nullptr) {
 		/* takes the place of the same key, so there is room */
 		vask_flow_tuple_put(tuple, next);
-		next->head = true;
+		next->rule->head = true;
 	} else {
 		vask_flow_tuple_take(tuple, rule);
 	}

@@ -39,6 +39,7 @@ struct vask_flow_state {
 	std::atomic<bool> metering;                      /* some rule has the METER action */
 
 	struct rte_rcu_qsbr *rcu;
+	struct vask_flow_lines lines;
 	struct vask_flow_list rules;        /* in the order of creation */
 	struct vask_flow_tuple_list tuples; /* best rank first */
 	STAILQ_HEAD(, vask_flow_retired) retired;
@@ -52,8 +53,8 @@ int vask_flow_state_create(struct rte_rcu_qsbr *rcu, struct vask_flow_state **st
 /** Frees the state; it holds no rule any more, and no burst is under way. Null is accepted. */
 void vask_flow_state_free(struct vask_flow_state *state);
 
-/** Makes packets see a rule. Bursts that begin after the call are under it. 0, or -ENOMEM. */
-int vask_flow_insert(struct vask_flow_state *state, struct rte_flow *rule);
+/** Makes packets see a rule that was allocated for the state. Bursts that begin after the call are under it. 0, or -ENOMEM. */
+int vask_flow_insert(struct rte_flow *rule);
 
 /** Takes a rule away and frees it in due time. Bursts that begin after the call are not under it. */
 void vask_flow_remove(struct rte_flow *rule);

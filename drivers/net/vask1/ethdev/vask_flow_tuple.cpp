@@ -18,18 +18,16 @@ static_assert(SOFTCARD_BURST_MAX <= RTE_HASH_LOOKUP_BULK_MAX, "a burst is one lo
 static_assert(VASK_FLOW_KEY_WORDS == RTE_ALIGN(VASK_FLOW_WORDS, 2u));
 
 static inline hash_sig_t
-hash_key(const struct vask_flow_tuple *tuple, const uint64_t *key, uint32_t n_words)
+hash_key(const uint64_t *key, uint32_t n_words)
 {
 	uint32_t hash = 0;
 
-	if (tuple->slot_mask == 0)
-		return 0;
 	for (uint32_t w = 0; w < n_words; w++)
 		hash = rte_hash_crc_8byte(key[w], hash);
 	return hash;
 }
 
-static inline std::atomic<struct rte_flow *> *
+static inline std::atomic<struct vask_flow_line *> *
 slot_of(const struct vask_flow_tuple *tuple, hash_sig_t sig)
 {
 	return &tuple->slots[sig & tuple->slot_mask];
@@ -116,7 +114,7 @@ vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys, bool h
 		slots = SLOTS_A_KEY * tuple->capacity;
 	}
 	tuple->slot_mask = slots - 1;
-	tuple->slots = static_cast<std::atomic<struct rte_flow *> *>(
+	tuple->slots = static_cast<std::atomic<struct vask_flow_line *> *>(
 		rte_zmalloc("vask_flow_slots", slots * sizeof(*tuple->slots), RTE_CACHE_LINE_SIZE));
 	if (tuple->slots != nullptr && hash)
 		/* half full at most, so that nearly all keys stand in their first bucket */
@@ -136,47 +134,47 @@ vask_flow_tuple_free(struct vask_flow_tuple *tuple)
 	rte_free(tuple);
 }
 
-/* The rule that a lookup in the rte_hash gave. Reading `ready` makes the rest of it visible. */
-static inline struct rte_flow *
-found_rule(void *data)
+/* What a lookup in the rte_hash gave. Reading `ready` makes the rest of it visible. */
+static inline struct vask_flow_line *
+found_line(void *data)
 {
-	struct rte_flow *rule = static_cast<struct rte_flow *>(data);
+	struct vask_flow_line *line = static_cast<struct vask_flow_line *>(data);
 
-	return rule->ready.load(std::memory_order_acquire) != 0 ? rule : nullptr;
+	return line->ready.load(std::memory_order_acquire) ? line : nullptr;
 }
 
-struct rte_flow *
+struct vask_flow_line *
 vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key)
 {
-	const hash_sig_t sig = hash_key(tuple, key, tuple->n_words);
-	struct rte_flow *rule = slot_of(tuple, sig)->load(std::memory_order_acquire);
+	const hash_sig_t sig = hash_key(key, tuple->n_words);
+	struct vask_flow_line *line = slot_of(tuple, sig)->load(std::memory_order_acquire);
 	void *data;
 
-	if (rule != nullptr && same_key(rule->key, key, tuple->n_words))
-		return rule;
+	if (line != nullptr && same_key(line->key, key, tuple->n_words))
+		return line;
 	if (tuple->hash == nullptr ||
 		rte_hash_lookup_with_hash_data(tuple->hash, key, sig, &data) < 0)
 		return nullptr;
-	return found_rule(data);
+	return found_line(data);
 }
 
 int
-vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct rte_flow *rule)
+vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct vask_flow_line *line)
 {
-	const hash_sig_t sig = hash_key(tuple, rule->key, tuple->n_words);
-	std::atomic<struct rte_flow *> *slot = slot_of(tuple, sig);
-	const struct rte_flow *other = slot->load(std::memory_order_relaxed);
-	const bool mine = other == nullptr || same_key(other->key, rule->key, tuple->n_words);
-	const bool known = vask_flow_tuple_find(tuple, rule->key) != nullptr;
+	const hash_sig_t sig = hash_key(line->key, tuple->n_words);
+	std::atomic<struct vask_flow_line *> *slot = slot_of(tuple, sig);
+	const struct vask_flow_line *other = slot->load(std::memory_order_relaxed);
+	const bool mine = other == nullptr || same_key(other->key, line->key, tuple->n_words);
+	const bool known = vask_flow_tuple_find(tuple, line->key) != nullptr;
 
 	if (!known && (tuple->n_keys == tuple->capacity || (!mine && tuple->hash == nullptr)))
 		return -ENOSPC;
-	rule->ready.store(1, std::memory_order_release);
+	line->ready.store(true, std::memory_order_release);
 	if (tuple->hash != nullptr &&
-		rte_hash_add_key_with_hash_data(tuple->hash, rule->key, sig, rule) != 0)
+		rte_hash_add_key_with_hash_data(tuple->hash, line->key, sig, line) != 0)
 		return -ENOSPC;
 	if (mine)
-		slot->store(rule);
+		slot->store(line);
 	tuple->n_keys += known ? 0 : 1;
 	return 0;
 }
@@ -184,13 +182,13 @@ vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct rte_flow *rule)
 void
 vask_flow_tuple_take(struct vask_flow_tuple *tuple, struct rte_flow *rule)
 {
-	const hash_sig_t sig = hash_key(tuple, rule->key, tuple->n_words);
-	std::atomic<struct rte_flow *> *slot = slot_of(tuple, sig);
+	const hash_sig_t sig = hash_key(rule->line->key, tuple->n_words);
+	std::atomic<struct vask_flow_line *> *slot = slot_of(tuple, sig);
 
 	tuple->n_keys--;
 	if (tuple->hash != nullptr)
-		rule->position = rte_hash_del_key_with_hash(tuple->hash, rule->key, sig);
-	if (slot->load(std::memory_order_relaxed) == rule)
+		rule->position = rte_hash_del_key_with_hash(tuple->hash, rule->line->key, sig);
+	if (slot->load(std::memory_order_relaxed) == rule->line)
 		slot->store(nullptr);
 }
 
@@ -202,16 +200,16 @@ vask_flow_tuple_give_back(struct vask_flow_tuple *tuple, int32_t position)
 }
 
 static inline void
-offer(struct rte_flow *rule, struct rte_flow **best)
+offer(struct vask_flow_line *line, struct vask_flow_line **best)
 {
-	if (*best == nullptr || rule->rank < (*best)->rank)
-		*best = rule;
+	if (*best == nullptr || line->rank < (*best)->rank)
+		*best = line;
 }
 
 /* The keys that did not find their rule in a slot. */
 static void
 search_hash(const struct vask_flow_tuple *tuple, const void **keys, hash_sig_t *sigs,
-	const uint8_t *index, uint16_t n, struct rte_flow **best)
+	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
 {
 	void *found[SOFTCARD_BURST_MAX];
 	uint64_t hits = 0;
@@ -219,10 +217,10 @@ search_hash(const struct vask_flow_tuple *tuple, const void **keys, hash_sig_t *
 	rte_hash_lookup_with_hash_bulk_data(tuple->hash, keys, sigs, n, &hits, found);
 	for (; hits != 0; hits &= hits - 1) {
 		const uint32_t k = rte_bsf64(hits);
-		struct rte_flow *rule = found_rule(found[k]);
+		struct vask_flow_line *line = found_line(found[k]);
 
-		if (rule != nullptr)
-			offer(rule, &best[index[k]]);
+		if (line != nullptr)
+			offer(line, &best[index[k]]);
 	}
 }
 
@@ -232,49 +230,51 @@ search_hash(const struct vask_flow_tuple *tuple, const void **keys, hash_sig_t *
 template <uint32_t N>
 static void
 search_one(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
-	const uint8_t *index, uint16_t n, struct rte_flow **best)
+	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
 {
 	const uint32_t n_words = N != 0 ? N : tuple->n_words;
-	struct rte_flow *rule = tuple->slots[0].load(std::memory_order_acquire);
+	struct vask_flow_line *line = tuple->slots[0].load(std::memory_order_acquire);
 
-	if (rule == nullptr)
+	if (line == nullptr)
 		return;
 	for (uint16_t k = 0; k < n; k++) {
 		const struct vask_flow_frame *frame = &frames[index[k]];
 		const uint8_t *offset = tuple->offset[frame->plain];
-		uint64_t diff = (frame->word0 & tuple->mask[0]) ^ rule->key[0];
+		uint64_t diff = (frame->word0 & tuple->mask[0]) ^ line->key[0];
 
 		for (uint32_t w = 1; w < n_words; w++)
 			diff |= (load_word(frame->base + offset[w]) & tuple->mask[w]) ^
-				rule->key[w];
+				line->key[w];
 		if (diff == 0)
-			offer(rule, &best[index[k]]);
+			offer(line, &best[index[k]]);
 	}
 }
 
 template <uint32_t N>
 static void
 search_slots(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
-	const uint8_t *index, uint16_t n, struct rte_flow **best)
+	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
 {
 	const uint32_t n_words = N != 0 ? N : tuple->n_words;
 	const uint32_t key_words = RTE_ALIGN(n_words, 2u);
 	uint64_t key[SOFTCARD_BURST_MAX * VASK_FLOW_KEY_WORDS];
 	hash_sig_t sigs[SOFTCARD_BURST_MAX];
-	struct rte_flow *rules[SOFTCARD_BURST_MAX];
+	struct vask_flow_line *lines[SOFTCARD_BURST_MAX];
 	const void *missed_keys[SOFTCARD_BURST_MAX];
 	uint8_t missed[SOFTCARD_BURST_MAX];
+	const uint32_t slot_mask = tuple->slot_mask;
+	std::atomic<struct vask_flow_line *> *const slots = tuple->slots;
 	uint16_t n_missed = 0;
 
 	for (uint16_t k = 0; k < n; k++) {
 		make_key(tuple, n_words, &frames[index[k]], &key[k * key_words]);
-		sigs[k] = hash_key(tuple, &key[k * key_words], n_words);
-		rules[k] = slot_of(tuple, sigs[k])->load(std::memory_order_acquire);
-		rte_prefetch0(rules[k]);
+		sigs[k] = hash_key(&key[k * key_words], n_words);
+		lines[k] = slots[sigs[k] & slot_mask].load(std::memory_order_acquire);
+		rte_prefetch0(lines[k]);
 	}
 	for (uint16_t k = 0; k < n; k++) {
-		if (rules[k] != nullptr && same_key(rules[k]->key, &key[k * key_words], n_words)) {
-			offer(rules[k], &best[index[k]]);
+		if (lines[k] != nullptr && same_key(lines[k]->key, &key[k * key_words], n_words)) {
+			offer(lines[k], &best[index[k]]);
 			continue;
 		}
 		missed_keys[n_missed] = &key[k * key_words];
@@ -288,7 +288,7 @@ search_slots(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *
 template <uint32_t N>
 static void
 search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
-	const uint8_t *index, uint16_t n, struct rte_flow **best)
+	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
 {
 	if (tuple->slot_mask == 0)
 		search_one<N>(tuple, frames, index, n, best);
@@ -298,7 +298,7 @@ search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames
 
 void
 vask_flow_tuple_search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
-	const uint8_t *index, uint16_t n, struct rte_flow **best)
+	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
 {
 	if (tuple->n_words == 1)
 		search<1>(tuple, frames, index, n, best);

@@ -23,7 +23,7 @@ struct vask_flow_tuple {
 	uint8_t offset[2][VASK_FLOW_WORDS]; /* of vask_flow_offsets */
 	uint32_t slot_mask;
 	/* changed by the control path, read by packets: heads, or null */
-	std::atomic<struct rte_flow *> *slots;
+	std::atomic<struct vask_flow_line *> *slots;
 
 	/* the control path's own */
 	struct vask_flow_retired retired;
@@ -53,14 +53,15 @@ void vask_flow_tuple_key(
 	const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frame, uint64_t *key);
 
 /** The head of the rules with that key, or null. Also for packets. */
-struct rte_flow *vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key);
+struct vask_flow_line *
+vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key);
 
 /**
  * Makes a rule the head for its key, in place of any other.
  *
  * @return 0, or -ENOSPC: the tuple is full, or the slot is taken and there is no rte_hash.
  */
-int vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct rte_flow *rule);
+int vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct vask_flow_line *line);
 
 /** Takes a head away, and its key with it. rule->position tells what to give back. */
 void vask_flow_tuple_take(struct vask_flow_tuple *tuple, struct rte_flow *rule);
@@ -77,6 +78,6 @@ void vask_flow_tuple_give_back(struct vask_flow_tuple *tuple, int32_t position);
  */
 void
 vask_flow_tuple_search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
-	const uint8_t *index, uint16_t n, struct rte_flow **best);
+	const uint8_t *index, uint16_t n, struct vask_flow_line **best);
 
 #endif /* VASK_FLOW_TUPLE_H */

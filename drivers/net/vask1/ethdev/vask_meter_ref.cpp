@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 
 #include <rte_hash.h>
-#include <rte_malloc.h>
 
 #include "softcard.h"
 #include "vask_flow_rule.h"
@@ -13,6 +13,8 @@
 
 /* Every meter of the card, and as many more that rules name though they are gone. */
 constexpr uint32_t REFS_MAX = 2 * SOFTCARD_METERS;
+
+constexpr uint32_t NO_INDEX = UINT32_MAX;
 
 /* Rules name no meter 0, of which there may be several: each of those goes by its index. */
 struct ref_key {
@@ -28,7 +30,8 @@ struct vask_meter_ref {
 	struct rte_flow *rules[VASK_METER_RULES_MAX];
 };
 
-static struct rte_hash *refs; /* by struct ref_key */
+static struct rte_hash *ref_keys;
+static struct vask_meter_ref *refs; /* by the position of their keys */
 
 int
 vask_meter_ref_start()
@@ -40,59 +43,52 @@ vask_meter_ref_start()
 	params.key_len = sizeof(struct ref_key);
 	params.socket_id = SOCKET_ID_ANY;
 	params.extra_flag = RTE_HASH_EXTRA_FLAGS_EXT_TABLE;
-	refs = rte_hash_create(&params);
-	return refs != nullptr ? 0 : -ENOMEM;
+	ref_keys = rte_hash_create(&params);
+	if (ref_keys != nullptr)
+		/* most of them are never touched: leave them to the kernel's zero pages */
+		refs = static_cast<struct vask_meter_ref *>(
+			calloc(rte_hash_max_key_id(ref_keys) + 1, sizeof(*refs)));
+	if (refs != nullptr)
+		return 0;
+	vask_meter_ref_stop();
+	return -ENOMEM;
 }
 
 void
 vask_meter_ref_stop()
 {
-	const void *key;
-	void *ref;
-	uint32_t next = 0;
-
-	if (refs == nullptr)
-		return;
-	while (rte_hash_iterate(refs, &key, &ref, &next) >= 0)
-		rte_free(ref);
-	rte_hash_free(refs);
+	rte_hash_free(ref_keys);
+	free(refs);
+	ref_keys = nullptr;
 	refs = nullptr;
 }
 
 static struct vask_meter_ref *
 find_ref(const struct ref_key &key)
 {
-	void *ref = nullptr;
+	const int32_t position = ref_keys != nullptr ? rte_hash_lookup(ref_keys, &key) : -ENOENT;
 
-	if (refs != nullptr)
-		rte_hash_lookup_data(refs, &key, &ref);
-	return static_cast<struct vask_meter_ref *>(ref);
+	return position >= 0 ? &refs[position] : nullptr;
 }
 
 static struct vask_meter_ref *
 add_ref(const struct ref_key &key)
 {
-	struct vask_meter_ref *ref = static_cast<struct vask_meter_ref *>(
-		refs != nullptr ? rte_zmalloc("vask_meter_ref", sizeof(*ref), 0) : nullptr);
+	const int32_t position = ref_keys != nullptr ? rte_hash_add_key(ref_keys, &key) : -ENOENT;
 
-	if (ref == nullptr)
+	if (position < 0)
 		return nullptr;
-	ref->key = key;
-	if (rte_hash_add_key_data(refs, &key, ref) != 0) {
-		rte_free(ref);
-		return nullptr;
-	}
-	return ref;
+	refs[position] = {};
+	refs[position].key = key;
+	return &refs[position];
 }
 
 /* Forgets a meter that no rule names and no record stands for. */
 static void
-drop_ref(struct vask_meter_ref *ref)
+drop_ref(const struct vask_meter_ref *ref)
 {
-	if (ref->n_rules != 0 || ref->hw_meter_id != 0)
-		return;
-	rte_hash_del_key(refs, &ref->key);
-	rte_free(ref);
+	if (ref->n_rules == 0 && ref->hw_meter_id == 0)
+		rte_hash_del_key(ref_keys, &ref->key);
 }
 
 static struct ref_key
@@ -155,7 +151,7 @@ static void
 show_rules(struct vask_meter_ref *ref, uint32_t hw_meter_id)
 {
 	for (uint32_t i = 0; i < ref->n_rules; i++)
-		ref->rules[i]->hw_meter_id.store(hw_meter_id, std::memory_order_release);
+		ref->rules[i]->line->hw_meter_id.store(hw_meter_id, std::memory_order_release);
 }
 
 static void
@@ -203,9 +199,13 @@ enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *nod
 		show_rules(ref, ref->hw_meter_id);
 }
 
-/* Takes a meter's records out of the card, but for those that a meter which shares its index uses. */
+/*
+ * Takes a meter's records out of the card, but for those that a meter which shares its index uses.
+ *
+ * @param shared  whether there is such a meter, enabled.
+ */
 static void
-leave_index(struct vask_meter_ref *ref)
+leave_index(struct vask_meter_ref *ref, bool shared)
 {
 	const struct vask_p4_meter_cfg_node *node;
 	const uint32_t index = ref->hw_meter_id;
@@ -213,14 +213,15 @@ leave_index(struct vask_meter_ref *ref)
 
 	show_rules(ref, 0);
 	ref->hw_meter_id = 0;
-	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
-		if (!node->data.enable || node->data.hw_meter_id != index)
-			continue;
-		struct vask_meter_ref *sharer = find_ref(key_of(node));
-		for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
-			used[dir] |= is_used(sharer, node, dir);
-		enter_index(sharer, node);
-	}
+	if (shared)
+		TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
+			if (!node->data.enable || node->data.hw_meter_id != index)
+				continue;
+			struct vask_meter_ref *sharer = find_ref(key_of(node));
+			for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
+				used[dir] |= is_used(sharer, node, dir);
+			enter_index(sharer, node);
+		}
 	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
 		if (!used[dir])
 			softcard_meter_inst_clear(dir, index);
@@ -228,11 +229,11 @@ leave_index(struct vask_meter_ref *ref)
 
 /* `found`: the meter, or null when it is absent or disabled. */
 static void
-refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *found)
+refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *found, bool shared)
 {
 	if (ref != nullptr && ref->hw_meter_id != 0 &&
 		(found == nullptr || found->data.hw_meter_id != ref->hw_meter_id))
-		leave_index(ref);
+		leave_index(ref, shared);
 	if (found != nullptr)
 		enter_index(ref, found);
 	else if (ref != nullptr)
@@ -247,8 +248,9 @@ refresh_meters_0()
 	const struct vask_p4_meter_cfg_node *node;
 	struct vask_meter_ref *gone = nullptr;
 	const void *key;
-	void *ref;
+	void *data;
 	uint32_t next = 0;
+	int32_t position;
 
 	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
 		if (node->data.meter_id != 0)
@@ -256,29 +258,45 @@ refresh_meters_0()
 		held[node->data.hw_meter_id] = true;
 		enter_index(find_ref(key_of(node)), node);
 	}
-	while (refs != nullptr && rte_hash_iterate(refs, &key, &ref, &next) >= 0) {
+	while (ref_keys != nullptr &&
+		(position = rte_hash_iterate(ref_keys, &key, &data, &next)) >= 0) {
 		const struct ref_key *k = static_cast<const struct ref_key *>(key);
 
 		if (k->meter_id == 0 && !held[k->index])
-			gone = static_cast<struct vask_meter_ref *>(ref);
+			gone = &refs[position];
 	}
 	if (gone != nullptr)
-		refresh(gone, nullptr);
+		refresh(gone, nullptr, true);
 }
 
 void
 vask_meter_refresh(uint32_t meter_id)
 {
 	const struct vask_p4_meter_cfg_node *node;
+	const struct vask_p4_meter_cfg_node *found = nullptr;
+	struct vask_meter_ref *ref;
+	bool shared = false;
 
 	if (meter_id == 0) {
 		refresh_meters_0();
 		return;
 	}
-	TAILQ_FOREACH (node, &vask_p4_meter_list, next)
-		if (node->data.meter_id == meter_id)
+	ref = find_ref({meter_id, 0});
+	const uint32_t index =
+		ref != nullptr && ref->hw_meter_id != 0 ? ref->hw_meter_id : NO_INDEX;
+
+	/* one walk finds the meter and, where it no longer meters with its index, who shares that */
+	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
+		if (likely(node->data.meter_id != meter_id && node->data.hw_meter_id != index))
+			continue;
+		const bool meters = node->data.enable && node->data.hw_meter_id != 0;
+		if (node->data.meter_id != meter_id) {
+			shared |= meters;
+			continue;
+		}
+		found = meters ? node : nullptr;
+		if (index == NO_INDEX || (meters && node->data.hw_meter_id == index))
 			break;
-	if (node != nullptr && (!node->data.enable || node->data.hw_meter_id == 0))
-		node = nullptr;
-	refresh(find_ref({meter_id, 0}), node);
+	}
+	refresh(ref, found, shared);
 }

@@ -26,7 +26,7 @@ int vask_meter_ref_start();
 void vask_meter_ref_stop();
 
 /**
- * Makes a rule use the meter that its spec names.
+ * Makes a rule use the meter that its METER action names.
  *
  * @return 0, and the rule's packets are metered; -EINVAL for meter 0, -ENOENT when there is no such meter,
  *   -ENOSPC when VASK_METER_RULES_MAX rules use it, -ENOMEM.

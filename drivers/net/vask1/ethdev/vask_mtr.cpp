@@ -180,7 +180,7 @@ guarded_ops_fill()
 {
 	struct rte_mtr_ops ops = {};
 
-#define GUARD(slot, fn) ops.slot = module_ops->slot != nullptr ? fn : nullptr
+#define GUARD(slot, fn) ops.slot = module_ops->slot != nullptr ? (fn) : nullptr
 	GUARD(capabilities_get, guarded_capabilities_get);
 	GUARD(meter_profile_add, guarded_profile_add);
 	GUARD(meter_profile_delete, guarded_profile_delete);

@@ -19,25 +19,20 @@ drop(struct vask_queue *q, uint64_t mask, enum vask_counter counter)
 		vask_queue_count(q, counter, softcard_burst_drop(&q->burst, mask));
 }
 
-uint64_t
-bytes_of(const struct softcard_burst *b, uint64_t mask)
-{
-	uint64_t bytes = 0;
-
-	for (; mask != 0; mask &= mask - 1)
-		bytes += b->pkts[__builtin_ctzll(mask)]->pkt_len;
-	return bytes;
-}
-
 /* Takes the outermost tag off; a frame whose bytes others share is copied first. */
 uint16_t
 strip(struct vask_queue *q, struct rte_mbuf **pkt)
 {
 	struct rte_mbuf *m = *pkt;
+	rte_be16_t type;
 
-	if (m->data_len < sizeof(struct rte_ether_hdr) + sizeof(struct rte_vlan_hdr) ||
-		rte_pktmbuf_mtod(m, struct rte_ether_hdr *)->ether_type !=
-			RTE_BE16(RTE_ETHER_TYPE_VLAN))
+	if (m->data_len < sizeof(struct rte_ether_hdr) + sizeof(struct rte_vlan_hdr))
+		return 0;
+	/* memory of somebody else's may begin at an odd address */
+	memcpy(&type,
+		rte_pktmbuf_mtod_offset(m, char *, offsetof(struct rte_ether_hdr, ether_type)),
+		sizeof(type));
+	if (type != RTE_BE16(RTE_ETHER_TYPE_VLAN))
 		return 0;
 	if (!RTE_MBUF_DIRECT(m) || rte_mbuf_refcnt_read(m) > 1) {
 		m = rte_pktmbuf_copy(*pkt, q->pool, 0, UINT32_MAX);
@@ -91,7 +86,7 @@ vask_police(struct vask_queue *q)
 	drop(q, v->drop_mask, VASK_FLOW_DROPPED_PACKETS);
 	if (v->metered) {
 		dropped = softcard_meter_burst(q->dir, b);
-		vask_queue_count(q, VASK_METER_DROPPED_BYTES, bytes_of(b, dropped));
+		vask_queue_count(q, VASK_METER_DROPPED_BYTES, b->dropped_bytes);
 		drop(q, dropped, VASK_METER_DROPPED_PACKETS);
 	}
 	drop(q, softcard_mtu_burst(vask_port_sfi(q->port), b), VASK_MTU_DROPPED_PACKETS);

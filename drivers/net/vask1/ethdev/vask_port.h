@@ -10,6 +10,7 @@
  * it transmits.
  */
 
+#include <atomic>
 #include <cstdint>
 #include <sys/queue.h>
 
@@ -22,6 +23,7 @@
 
 struct rte_rcu_qsbr;
 struct vask_flow_state;
+struct vask_rss;
 
 constexpr uint16_t VASK_PORTS_MAX = 32;
 constexpr uint16_t VASK_QUEUES_MAX = 16;
@@ -40,12 +42,13 @@ struct vask_port {
 	struct vask_clock clock;
 	/**
 	 * Readers of what control calls replace: a queue is on line for the time of a burst, receive queue q
-	 * as thread q and transmit queue q as thread VASK_QUEUES_MAX + q. rte_rcu_qsbr_synchronize(rcu,
-	 * RTE_QSBR_THRID_INVALID) returns when every burst that was under way has ended.
+	 * as thread q and transmit queue q as thread VASK_QUEUES_MAX + q. See vask_port_bursts_end().
 	 */
 	struct rte_rcu_qsbr *rcu;
 	/** Rules of each direction; owned by vask_flow, null before vask_flow_port_init(). */
 	struct vask_flow_state *flow[2];
+	/** How packets are spread in software; owned by vask_rss, null while they are not. */
+	std::atomic<struct vask_rss *> rss;
 };
 
 TAILQ_HEAD(vask_port_list, vask_port);
@@ -86,6 +89,9 @@ vask_port_of(const struct rte_eth_dev *dev)
 {
 	return static_cast<struct vask_port *>(dev->data->dev_private);
 }
+
+/** Returns when every burst of a port that was under way has ended. Not to be called from a burst. */
+void vask_port_bursts_end(const struct vask_port *port);
 
 static inline uint16_t
 vask_port_sfi(const struct vask_port *port)

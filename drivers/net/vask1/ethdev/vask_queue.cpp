@@ -78,7 +78,7 @@ vask_queue_free(struct vask_queue *q)
 	rte_free(q);
 }
 
-/* All that was ever counted, the shaper's losses included: it counts them itself. */
+/* All that was ever counted, what the shaper's queue tells itself included. */
 static void
 counts_total(const struct vask_queue *q, uint64_t *total)
 {
@@ -89,6 +89,7 @@ counts_total(const struct vask_queue *q, uint64_t *total)
 
 		softcard_queue_read(q->shaper, &shaper);
 		total[VASK_SHAPER_DROPPED_PACKETS] = shaper.dropped;
+		total[VASK_SHAPER_WAITING_PACKETS] = shaper.waiting;
 	}
 }
 
@@ -104,4 +105,5 @@ void
 vask_queue_counts_reset(struct vask_queue *q)
 {
 	counts_total(q, q->base);
+	q->base[VASK_SHAPER_WAITING_PACKETS] = 0;
 }

@@ -28,7 +28,8 @@ enum vask_counter {
 	VASK_FLOW_DROPPED_PACKETS,   /* DROP rules */
 	VASK_MTU_DROPPED_PACKETS,    /* longer than the MTU */
 	VASK_SHAPER_DROPPED_PACKETS, /* found the shaper's queue full */
-	VASK_QUEUE_DROPPED_PACKETS,  /* QUEUE rules: found the other queue's ring full */
+	VASK_SHAPER_WAITING_PACKETS, /* in the shaper's queue now: a level, which a reset leaves */
+	VASK_QUEUE_DROPPED_PACKETS,  /* for another queue: found that queue's ring full */
 	VASK_COUNTS
 };
 

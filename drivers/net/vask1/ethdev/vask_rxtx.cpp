@@ -6,6 +6,7 @@
 #include "softcard_shaper.h"
 #include "vask_police.h"
 #include "vask_queue.h"
+#include "vask_rss.h"
 #include "vask_rxtx.h"
 
 namespace
@@ -35,7 +36,7 @@ struct burst_scope {
 	}
 };
 
-/* Gives the packets that rules send to other queues to those; the rest closes up. */
+/* Gives the packets that go to other queues to those; the rest closes up. */
 void
 hand_over(struct vask_queue *q)
 {
@@ -111,12 +112,19 @@ rx_handed_over(struct vask_queue *q, struct rte_mbuf **pkts, uint16_t n)
 uint16_t
 rx_policed(struct vask_queue *q, uint16_t uplink, uint16_t n)
 {
+	const struct vask_rss *rss = q->port->rss.load(std::memory_order_acquire);
 	struct softcard_burst *b = &q->burst;
-	const uint16_t got = rte_eth_rx_burst(uplink, q->id, b->pkts, n);
 
+	b->n = 0;
+	if (rss != nullptr && q->id >= rss->uplink_queues)
+		return 0;
+
+	const uint16_t got = rte_eth_rx_burst(uplink, q->id, b->pkts, n);
 	b->n = got;
 	if (got > 0) {
 		vask_police(q);
+		if (rss != nullptr)
+			vask_rss_spread(rss, b, &q->verdict);
 		if (q->verdict.diverted)
 			hand_over(q);
 	}
@@ -128,7 +136,7 @@ rx_direct(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 {
 	uint16_t done = rx_handed_over(q, pkts, n);
 
-	if (vask_police_idle(q))
+	if (q->port->rss.load(std::memory_order_relaxed) == nullptr && vask_police_idle(q))
 		return done + rte_eth_rx_burst(uplink, q->id, &pkts[done], n - done);
 	for (uint16_t room = n - done; room > 0;) {
 		const uint16_t want = RTE_MIN(room, SOFTCARD_BURST_MAX);

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include <atomic>
-#include <cstring>
 
 #include <rte_alarm.h>
+#include <rte_errno.h>
 
 #include "softcard_view.h"
 #include "vask_p4_log.h"
@@ -32,7 +32,8 @@ vask_sampler_start()
 
 	const int rc = rte_eal_alarm_set(PERIOD_US, sample, nullptr);
 	if (rc != 0)
-		VASK_P4_LOG(WARNING, "no alarm, so the meters' rates stay 0: %s", strerror(-rc));
+		VASK_P4_LOG(
+			WARNING, "no alarm, so the meters' rates stay 0: %s", rte_strerror(-rc));
 }
 
 void

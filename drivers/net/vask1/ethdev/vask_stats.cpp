@@ -21,12 +21,14 @@ constexpr struct xstat xstats_table[] = {
 	{"rx_flow_dropped_packets", VASK_P4_MEP_INGRESS, VASK_FLOW_DROPPED_PACKETS},
 	{"rx_mtu_dropped_packets", VASK_P4_MEP_INGRESS, VASK_MTU_DROPPED_PACKETS},
 	{"rx_shaper_dropped_packets", VASK_P4_MEP_INGRESS, VASK_SHAPER_DROPPED_PACKETS},
+	{"rx_shaper_waiting_packets", VASK_P4_MEP_INGRESS, VASK_SHAPER_WAITING_PACKETS},
 	{"rx_queue_dropped_packets", VASK_P4_MEP_INGRESS, VASK_QUEUE_DROPPED_PACKETS},
 	{"tx_meter_dropped_packets", VASK_P4_MEP_EGRESS, VASK_METER_DROPPED_PACKETS},
 	{"tx_meter_dropped_bytes", VASK_P4_MEP_EGRESS, VASK_METER_DROPPED_BYTES},
 	{"tx_flow_dropped_packets", VASK_P4_MEP_EGRESS, VASK_FLOW_DROPPED_PACKETS},
 	{"tx_mtu_dropped_packets", VASK_P4_MEP_EGRESS, VASK_MTU_DROPPED_PACKETS},
 	{"tx_shaper_dropped_packets", VASK_P4_MEP_EGRESS, VASK_SHAPER_DROPPED_PACKETS},
+	{"tx_shaper_waiting_packets", VASK_P4_MEP_EGRESS, VASK_SHAPER_WAITING_PACKETS},
 };
 
 struct queues {

@@ -61,7 +61,7 @@ ports(const char *, const char *, struct rte_tel_data *d)
 		softcard_view_port(vask_port_sfi(port), &v);
 		vask_tel_add_dict_uint(p, "port_id", port->data->port_id);
 		vask_tel_add_dict_uint(p, "sfi", vask_port_sfi(port));
-		rte_tel_data_add_dict_string(p, "uplink", port->args.uplink);
+		vask_tel_add_text(p, "uplink", port->args.uplink);
 		vask_tel_add_bool(p, "uplink_present", port->uplink.port_id != VASK_UPLINK_NONE);
 		rte_tel_data_add_dict_string(p, "clock", port->clock.capture ? "capture" : "tsc");
 		rte_tel_data_add_dict_string(p, "shapers",
@@ -74,19 +74,19 @@ ports(const char *, const char *, struct rte_tel_data *d)
 	return 0;
 }
 
-/* A page of a list: total, first, and the ids. */
+/* A page of a list: total, first, and the ids. `also` is what else is accepted in place of a page. */
 template <typename head, typename get>
 int
-page_of_ids(const head *list, const char *command, const char *params, struct rte_tel_data *d,
-	get id_of)
+page_of_ids(const head *list, const char *command, const char *also, const char *params,
+	struct rte_tel_data *d, get id_of)
 {
 	uint32_t page[2] = {0, PAGE_MAX};
 	struct rte_tel_data *ids;
 	uint32_t total = 0, listed = 0;
 
 	if (numbers(params, page, 2) < 0 || page[1] == 0 || page[1] > PAGE_MAX)
-		return vask_tel_error(d, "%s,<first>,<count> with a count of 1 to %u is accepted",
-			command, PAGE_MAX);
+		return vask_tel_error(d, "%s,%s<first>,<count> with a count of 1 to %u is accepted",
+			command, also, PAGE_MAX);
 	ids = rte_tel_data_alloc();
 	if (ids == nullptr)
 		return -ENOMEM;
@@ -111,7 +111,7 @@ meters(const char *command, const char *params, struct rte_tel_data *d)
 {
 	const struct vask_control_guard lock;
 
-	return page_of_ids(&vask_p4_meter_list, command, params, d,
+	return page_of_ids(&vask_p4_meter_list, command, "", params, d,
 		[](const auto *node) { return node->data.meter_id; });
 }
 
@@ -195,7 +195,7 @@ profiles(const char *command, const char *params, struct rte_tel_data *d)
 	uint32_t id;
 
 	if (numbers(params, &id, 1) != 1)
-		return page_of_ids(&vask_p4_meter_profile_list, command, params, d,
+		return page_of_ids(&vask_p4_meter_profile_list, command, "<id> or ", params, d,
 			[](const auto *n) { return n->data.profile_id; });
 	TAILQ_FOREACH (node, &vask_p4_meter_profile_list, next)
 		if (node->data.profile_id == id)
@@ -225,7 +225,7 @@ policies(const char *command, const char *params, struct rte_tel_data *d)
 	uint32_t id;
 
 	if (numbers(params, &id, 1) != 1)
-		return page_of_ids(&vask_p4_meter_policy_list, command, params, d,
+		return page_of_ids(&vask_p4_meter_policy_list, command, "<id> or ", params, d,
 			[](const auto *n) { return n->data.policy_id; });
 	TAILQ_FOREACH (node, &vask_p4_meter_policy_list, next)
 		if (node->data.policy_id == id)
@@ -296,7 +296,7 @@ add_pool(struct rte_tel_data *d, const char *name, VASK_P4_INDEXSTACK_MANAGER *p
 	if (p == nullptr)
 		return;
 	vask_tel_add_dict_uint(p, "size", size);
-	vask_tel_add_dict_uint(p, "free", vask_p4_indexstack_free_num(pool));
+	vask_tel_add_dict_uint(p, "free", vask_p4_idx_free_num(pool));
 	vask_tel_add_dict(d, name, p);
 }
 

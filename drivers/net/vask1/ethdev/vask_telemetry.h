@@ -20,6 +20,9 @@ struct rte_tel_data *vask_tel_dict();
 /** Hands a nested object over; null is left out. */
 void vask_tel_add_dict(struct rte_tel_data *d, const char *name, struct rte_tel_data *inner);
 
+/** Text from outside: bytes that are not printable ASCII, which telemetry makes no JSON of, become '?'. */
+void vask_tel_add_text(struct rte_tel_data *d, const char *name, const char *text);
+
 /** True or false as 1 or 0. */
 void vask_tel_add_bool(struct rte_tel_data *d, const char *name, bool value);
 

@@ -2,6 +2,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include <rte_string_fns.h>
+
 #include "vask_telemetry.h"
 
 int
@@ -33,6 +35,18 @@ vask_tel_add_dict(struct rte_tel_data *d, const char *name, struct rte_tel_data 
 {
 	if (inner != nullptr)
 		rte_tel_data_add_dict_container(d, name, inner, 0);
+}
+
+void
+vask_tel_add_text(struct rte_tel_data *d, const char *name, const char *text)
+{
+	char printable[RTE_TEL_MAX_STRING_LEN];
+
+	rte_strscpy(printable, text, sizeof(printable));
+	for (char *c = printable; *c != '\0'; c++)
+		if (*c < ' ' || *c > '~')
+			*c = '?';
+	rte_tel_data_add_dict_string(d, name, printable);
 }
 
 void

@@ -73,7 +73,7 @@ faults(const char *command, const char *params, struct rte_tel_data *d)
 	if (rc == -ENOENT)
 		list_operations(d);
 	else
-		rte_tel_data_add_dict_string(d, "reason", why);
+		vask_tel_add_text(d, "reason", why);
 	return 0;
 }
 

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include <rte_pause.h>
-#include <rte_rcu_qsbr.h>
 #include <rte_string_fns.h>
 
 #include "vask_p4_log.h"
@@ -21,7 +20,7 @@ static void
 uplink_quiesce(struct vask_port *port)
 {
 	port->uplink.burst_id.store(VASK_UPLINK_NONE, std::memory_order_seq_cst);
-	rte_rcu_qsbr_synchronize(port->rcu, RTE_QSBR_THRID_INVALID);
+	vask_port_bursts_end(port);
 }
 
 static int
@@ -64,12 +63,39 @@ uplink_disappears(uint16_t port_id, enum rte_eth_event_type, void *arg, void *)
 	return 0;
 }
 
-static void
-uplink_unregister(enum rte_eth_event_type event, rte_eth_dev_cb_fn fn, struct vask_port *port)
+/* The driver has found its device gone; the port stands until somebody removes it. */
+static int
+uplink_is_unplugged(uint16_t port_id, enum rte_eth_event_type, void *arg, void *)
 {
-	/* -EAGAIN while the callback runs in another thread */
-	while (rte_eth_dev_callback_unregister(RTE_ETH_ALL, event, fn, port) == -EAGAIN)
-		rte_pause();
+	struct vask_port *port = static_cast<struct vask_port *>(arg);
+
+	if (port_id != uplink_id(port))
+		return 0;
+	uplink_quiesce(port);
+	VASK_P4_LOG(WARNING, "%s: uplink %s is unplugged", port->data->name, port->args.uplink);
+	return 0;
+}
+
+struct uplink_event {
+	enum rte_eth_event_type type;
+	rte_eth_dev_cb_fn happens;
+};
+
+static constexpr struct uplink_event uplink_events[] = {
+	{RTE_ETH_EVENT_NEW, uplink_appears},
+	{RTE_ETH_EVENT_INTR_RMV, uplink_is_unplugged},
+	{RTE_ETH_EVENT_DESTROY, uplink_disappears},
+};
+
+/* Harmless for an event that was not registered. */
+static void
+uplink_unregister(struct vask_port *port)
+{
+	for (const struct uplink_event &event : uplink_events)
+		/* -EAGAIN while the callback runs in another thread */
+		while (rte_eth_dev_callback_unregister(
+			       RTE_ETH_ALL, event.type, event.happens, port) == -EAGAIN)
+			rte_pause();
 }
 
 int
@@ -102,17 +128,15 @@ vask_uplink_attach(struct vask_port *port)
 		return rc;
 	rte_strscpy(port->uplink.owner.name, port->data->name, sizeof(port->uplink.owner.name));
 
-	rc = rte_eth_dev_callback_register(RTE_ETH_ALL, RTE_ETH_EVENT_NEW, uplink_appears, port);
-	if (rc != 0)
-		return rc;
-	rc = rte_eth_dev_callback_register(
-		RTE_ETH_ALL, RTE_ETH_EVENT_DESTROY, uplink_disappears, port);
+	for (const struct uplink_event &event : uplink_events) {
+		rc = rte_eth_dev_callback_register(RTE_ETH_ALL, event.type, event.happens, port);
+		if (rc != 0)
+			break;
+	}
 	if (rc == 0 && rte_eth_dev_get_port_by_name(port->args.uplink, &id) == 0)
 		rc = uplink_own(port, id);
-	if (rc != 0) {
-		uplink_unregister(RTE_ETH_EVENT_DESTROY, uplink_disappears, port);
-		uplink_unregister(RTE_ETH_EVENT_NEW, uplink_appears, port);
-	}
+	if (rc != 0)
+		uplink_unregister(port);
 	return rc;
 }
 
@@ -122,8 +146,7 @@ uplink_forget(struct vask_port *port)
 {
 	if (port->args.uplink[0] == '\0')
 		return VASK_UPLINK_NONE;
-	uplink_unregister(RTE_ETH_EVENT_NEW, uplink_appears, port);
-	uplink_unregister(RTE_ETH_EVENT_DESTROY, uplink_disappears, port);
+	uplink_unregister(port);
 	return port->uplink.port_id.exchange(VASK_UPLINK_NONE);
 }
 
@@ -167,7 +190,9 @@ uplink_conf(const struct vask_port *port, const struct rte_eth_dev_info *info,
 		conf->rxmode.offloads |= RTE_ETH_RX_OFFLOAD_TIMESTAMP;
 	conf->rxmode.offloads &= info->rx_offload_capa;
 	conf->txmode.offloads = own->txmode.offloads & info->tx_offload_capa;
-	if ((own->rxmode.mq_mode & RTE_ETH_MQ_RX_RSS_FLAG) != 0) {
+	if (port->rss != nullptr) {
+		conf->rxmode.offloads &= ~RTE_ETH_RX_OFFLOAD_RSS_HASH;
+	} else if ((own->rxmode.mq_mode & RTE_ETH_MQ_RX_RSS_FLAG) != 0) {
 		conf->rxmode.mq_mode = RTE_ETH_MQ_RX_RSS;
 		conf->rx_adv_conf.rss_conf = own->rx_adv_conf.rss_conf;
 	}
@@ -195,8 +220,9 @@ vask_uplink_configure(struct vask_port *port, uint16_t n_rx, uint16_t n_tx)
 	uplink_conf(port, &info, &conf);
 	if (n_rx > info.max_rx_queues || n_tx > info.max_tx_queues) {
 		VASK_P4_LOG(ERR,
-			"%s: uplink %s has %u receive and %u transmit queues, not %u and %u", name,
-			port->args.uplink, info.max_rx_queues, info.max_tx_queues, n_rx, n_tx);
+			"%s: uplink %s has %u receive and %u transmit queues, not %u and %u%s",
+			name, port->args.uplink, info.max_rx_queues, info.max_tx_queues, n_rx, n_tx,
+			n_rx > info.max_rx_queues ? "; RSS serves more receive queues" : "");
 		return -EINVAL;
 	}
 	if (conf.rxmode.mtu > info.max_mtu) {

@@ -8,8 +8,12 @@
  *
  * It is known by name and may appear before our port, after it, or never. Ours owns it from the moment both
  * exist, so applications neither see nor count it, and drives its configuration, queues, start, stop and
- * close. Whoever removes it while packets flow has stopped the traffic before: it is closed by the time
- * that its removal is announced.
+ * close.
+ *
+ * A driver that finds its device gone says so (RTE_ETH_EVENT_INTR_RMV), and bursts let go of the uplink at
+ * once. A device that the application removes is not announced: ethdev's first word of it is
+ * RTE_ETH_EVENT_DESTROY, from the release of the port, and by then the driver has closed the device, its
+ * rings or capture files included. So whoever removes an uplink stops the traffic, or our port, before.
  */
 
 #include <atomic>

@@ -25,7 +25,7 @@ int vask_uplink_allmulticast_disable(struct rte_eth_dev *dev);
 
 /**
  * @name Receive-side scaling
- * Spreads packets over the uplink's queues, which are the port's. -ENODEV while there is no uplink.
+ * Of the uplink, over its queues, which are the port's. -ENODEV while there is no uplink.
  * @{
  */
 int vask_uplink_rss_hash_update(struct rte_eth_dev *dev, struct rte_eth_rss_conf *conf);

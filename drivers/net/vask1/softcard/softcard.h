@@ -78,6 +78,8 @@ int softcard_port_clear(uint16_t port_sfi);
  */
 struct softcard_burst {
 	uint16_t n; /* packets, at most SOFTCARD_BURST_MAX */
+	uint64_t
+		dropped_bytes; /* of the packets to be dropped; written by softcard_meter_burst() */
 	struct rte_mbuf *pkts[SOFTCARD_BURST_MAX];
 	uint64_t now_ns[SOFTCARD_BURST_MAX];      /* when each packet is metered */
 	uint32_t hw_meter_id[SOFTCARD_BURST_MAX]; /* the meter of each; 0: unmetered */
@@ -90,7 +92,8 @@ struct softcard_burst {
  * Meters a burst: colours each packet, rewrites its DSCP as the meter's policy says, and counts.
  *
  * Packets that the policy drops are counted as dropped and named in the result; they stay where they are
- * and stay the caller's, who calls softcard_burst_drop(). A packet whose header other mbufs share is
+ * and stay the caller's, who calls softcard_burst_drop(). Their lengths, as their meters count them, stand in
+ * dropped_bytes. A packet whose header other mbufs share is
  * replaced in pkts by one with a header of its own before its DSCP is rewritten.
  *
  * @return one bit for each packet that is to be dropped, bit i for packet i.

@@ -29,11 +29,13 @@ inline constexpr std::array<uint64_t, 2> SOFTCARD_BURST_UNIT = {1024 * 125000, 1
 struct softcard_bucket_params {
 	uint32_t cir; /* the profile's rate fields */
 	uint32_t eir;
-	uint32_t cbs; /* the profile's burst fields */
-	uint32_t ebs;
-	uint8_t packet_mode; /* 0 or 1 */
-	uint8_t two_rate;    /* 1: RFC 2698 */
-	uint8_t overflow; /* 1: RFC 2697, what the committed bucket cannot hold fills the other */
+	uint32_t cbs : 20; /* the profile's burst fields */
+	uint32_t packet_mode : 1;
+	uint32_t two_rate : 1; /* RFC 2698 */
+	uint32_t overflow : 1; /* RFC 2697: what the committed bucket cannot hold fills the other */
+	uint32_t : 9;
+	uint32_t ebs : 20;
+	uint32_t : 12;
 };
 
 struct softcard_bucket_state {
@@ -51,21 +53,28 @@ constexpr struct softcard_bucket_params
 softcard_bucket_params_make(
 	uint32_t cir, uint32_t cbs, uint32_t eir, uint32_t ebs, bool packet_mode, bool rfc2698)
 {
-	return {cir, eir, cbs, ebs, packet_mode, rfc2698, !rfc2698 && eir == 0};
+	return {cir, eir, cbs, packet_mode, rfc2698, !rfc2698 && eir == 0, ebs};
+}
+
+/** Level parts in one unit of the burst fields. */
+constexpr uint64_t
+softcard_bucket_burst_unit(const struct softcard_bucket_params &params)
+{
+	return params.packet_mode ? SOFTCARD_BURST_UNIT[1] : SOFTCARD_BURST_UNIT[0];
 }
 
 /** What the committed bucket holds when it is full. */
 constexpr uint64_t
 softcard_bucket_full_c(const struct softcard_bucket_params &params)
 {
-	return params.cbs * SOFTCARD_BURST_UNIT[params.packet_mode];
+	return params.cbs * softcard_bucket_burst_unit(params);
 }
 
 /** What the excess or peak bucket holds when it is full. */
 constexpr uint64_t
 softcard_bucket_full_e(const struct softcard_bucket_params &params)
 {
-	return params.ebs * SOFTCARD_BURST_UNIT[params.packet_mode];
+	return params.ebs * softcard_bucket_burst_unit(params);
 }
 
 /** What a packet of that length takes out of a bucket. */
@@ -83,22 +92,42 @@ softcard_bucket_growth(uint32_t rate, uint64_t elapsed_ns)
 	return __builtin_mul_overflow(elapsed_ns, uint64_t{rate}, &growth) ? UINT64_MAX : growth;
 }
 
+/** Adds what grew to a bucket's level, as far as there is room. Returns what was added. */
+constexpr uint64_t
+softcard_bucket_add(uint64_t &level, uint64_t full, uint64_t growth)
+{
+	const uint64_t room = full - level;
+	const uint64_t fill = growth < room ? growth : room;
+
+	level += fill;
+	return fill;
+}
+
 /** Fills the buckets up to now_ns. A time before the latest one counts as that one. */
 constexpr void
 softcard_bucket_refill(const struct softcard_bucket_params &params,
 	struct softcard_bucket_state &state, uint64_t now_ns)
 {
-	const uint64_t elapsed = now_ns > state.last_ns ? now_ns - state.last_ns : 0;
-	const uint64_t room_c = softcard_bucket_full_c(params) - state.level_c;
-	const uint64_t room_e = softcard_bucket_full_e(params) - state.level_e;
-	const uint64_t growth_c = softcard_bucket_growth(params.cir, elapsed);
-	const uint64_t fill_c = growth_c < room_c ? growth_c : room_c;
-	const uint64_t growth_e =
-		params.overflow ? growth_c - fill_c : softcard_bucket_growth(params.eir, elapsed);
+	if (now_ns <= state.last_ns)
+		return;
 
-	state.level_c += fill_c;
-	state.level_e += growth_e < room_e ? growth_e : room_e;
-	state.last_ns += elapsed;
+	const uint64_t elapsed = now_ns - state.last_ns;
+	const uint64_t growth_c = softcard_bucket_growth(params.cir, elapsed);
+	const uint64_t fill_c =
+		softcard_bucket_add(state.level_c, softcard_bucket_full_c(params), growth_c);
+	/* where the committed bucket overflows there is no excess rate: one of the two is 0 */
+	const uint64_t growth_e = softcard_bucket_growth(params.eir, elapsed) +
+		((growth_c - fill_c) & -uint64_t{params.overflow});
+
+	softcard_bucket_add(state.level_e, softcard_bucket_full_e(params), growth_e);
+	state.last_ns = now_ns;
+}
+
+/** All ones for true, zero for false: decisions as masks, because branches would be mispredicted. */
+constexpr uint64_t
+softcard_bucket_mask(bool condition)
+{
+	return -uint64_t{condition};
 }
 
 /**
@@ -106,7 +135,6 @@ softcard_bucket_refill(const struct softcard_bucket_params &params,
  *
  * A packet conforms to a bucket that holds at least its cost. The three algorithms differ in two points
  * only: under RFC 2698 a packet must conform to the peak bucket to be green, and a green one pays both.
- * No branch depends on a packet's colour, because it would be mispredicted.
  *
  * @param in    colour it came with, RTE_COLOR_GREEN for a colour-blind meter.
  * @param cost  softcard_bucket_cost() of its length.
@@ -115,19 +143,19 @@ constexpr enum rte_color
 softcard_bucket_check(const struct softcard_bucket_params &params,
 	struct softcard_bucket_state &state, uint64_t now_ns, enum rte_color in, uint64_t cost)
 {
-	/* Packets of a burst often share their time. */
-	if (now_ns != state.last_ns)
-		softcard_bucket_refill(params, state, now_ns);
+	softcard_bucket_refill(params, state, now_ns);
 
-	const unsigned enough_c = state.level_c >= cost;
-	const unsigned enough_e = state.level_e >= cost;
-	const unsigned two_rate = params.two_rate;
-	const unsigned green = (in == RTE_COLOR_GREEN) & enough_c & (enough_e | (two_rate ^ 1));
-	const unsigned yellow = (in != RTE_COLOR_RED) & enough_e & (green ^ 1);
+	const uint64_t short_c = softcard_bucket_mask(state.level_c < cost);
+	const uint64_t short_e = softcard_bucket_mask(state.level_e < cost);
+	const uint64_t two_rate = softcard_bucket_mask(params.two_rate);
+	const uint64_t not_green =
+		short_c | (short_e & two_rate) | softcard_bucket_mask(in != RTE_COLOR_GREEN);
+	const uint64_t conforms_e = ~(short_e | softcard_bucket_mask(in == RTE_COLOR_RED));
+	const uint64_t yellow = not_green & conforms_e;
 
-	state.level_c -= cost & -uint64_t{green};
-	state.level_e -= cost & -uint64_t{yellow | (green & two_rate)};
-	return static_cast<enum rte_color>(RTE_COLOR_RED - 2 * green - yellow);
+	state.level_c -= cost & ~not_green;
+	state.level_e -= cost & conforms_e & (not_green | two_rate);
+	return static_cast<enum rte_color>((RTE_COLOR_RED & not_green) + yellow);
 }
 
 static_assert(RTE_COLOR_GREEN == 0 && RTE_COLOR_YELLOW == 1 && RTE_COLOR_RED == 2);

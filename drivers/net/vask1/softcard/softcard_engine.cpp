@@ -9,110 +9,99 @@
 #include "softcard_frame.h"
 #include "softcard_internal.h"
 
-/* How many packets ahead their meters are called into the cache. */
-static constexpr uint16_t AHEAD = 8;
+/* A meter whose lock is held, and its buckets. */
+struct held_meter {
+	struct softcard_meter *meter;
+	struct softcard_bucket_state state;
+};
 
-static void
-prefetch_meter(const struct softcard_meter *meters, uint32_t hw_meter_id)
+static inline void
+meter_hold(struct held_meter *held, struct softcard_meter *meter)
 {
-	/* one that does not exist costs a needless line, and no branch */
-	const struct softcard_meter &meter = meters[hw_meter_id % SOFTCARD_METERS];
-
-	rte_prefetch0(&meter);
-	rte_prefetch0(&meter.packets);
-}
-
-/*
- * Colours and counts packets [first, end) of a burst, which share a meter whose lock is held. Nothing is
- * called and hardly anything branches: this is where the time goes.
- *
- * @param colors  receives the colour of each: an mbuf that comes twice keeps but the last of its colours.
- * @return the mask of those to be dropped.
- */
-template <bool COLOR_AWARE>
-static uint64_t
-packets_color(struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first,
-	uint16_t end, uint8_t *colors)
-{
-	struct softcard_bucket_state state = meter.state;
-	uint64_t drop_mask = 0;
-
-	for (uint16_t i = first; i < end; i++) {
-		struct rte_mbuf *pkt = burst->pkts[i];
-		const uint32_t length = rte_pktmbuf_pkt_len(pkt) +
-			(burst->taken_off[i] & -uint32_t{meter.original_length});
-		const enum rte_color in = COLOR_AWARE ? softcard_frame_color(pkt) : RTE_COLOR_GREEN;
-		const enum rte_color color = softcard_bucket_check(meter.params, state,
-			burst->now_ns[i], in, softcard_bucket_cost(meter.params, length));
-
-		rte_mbuf_sched_color_set(pkt, color);
-		colors[i] = color;
-		meter.packets[color]++;
-		meter.bytes[color] += length;
-		drop_mask |= uint64_t{meter.drop_colors >> color & 1u} << i;
+	if (held->meter != nullptr) {
+		held->meter->state = held->state;
+		rte_spinlock_unlock(&held->meter->lock);
 	}
-	meter.state = state;
-	return drop_mask;
+	held->meter = meter;
+	if (meter != nullptr) {
+		rte_spinlock_lock(&meter->lock);
+		held->state = meter->state;
+	}
 }
 
-/* Rewrites the DSCP of those packets [first, end) of a burst whose colour asks for it. */
 static __rte_noinline void
-packets_rewrite(struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first,
-	uint16_t end, const uint8_t *colors)
+packet_rewrite(struct softcard_meter &meter, struct rte_mbuf **pkt, enum rte_color color)
 {
-	for (uint16_t i = first; i < end; i++)
-		if (meter.dscp_colors >> colors[i] & 1)
-			meter.rewritten +=
-				softcard_frame_dscp_write(&burst->pkts[i], meter.dscp[colors[i]]);
+	if (meter.dscp_colors >> color & 1)
+		meter.rewritten += softcard_frame_dscp_write(pkt, meter.dscp[color]);
 }
 
-static __rte_noinline uint64_t
-packets_color_aware(struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first,
-	uint16_t end, uint8_t *colors)
+/* The length of packet i of a burst that a meter counts. */
+static inline uint32_t
+packet_length(const struct softcard_meter &meter, const struct softcard_burst *burst, uint16_t i)
 {
-	return packets_color<true>(meter, burst, first, end, colors);
+	return rte_pktmbuf_pkt_len(burst->pkts[i]) +
+		(burst->taken_off[i] & -uint32_t{meter.original_length});
 }
 
-/* Meters packets [first, end) of a burst, which share a meter. Returns the mask of those to be dropped. */
-static uint64_t
-meter_run(struct softcard_meter &meter, struct softcard_burst *burst, uint16_t first, uint16_t end)
+/* Colours and counts a packet. Hardly anything branches: this is where the time goes. */
+static inline enum rte_color
+packet_color(struct held_meter *held, struct rte_mbuf *pkt, uint64_t now_ns, uint32_t length,
+	enum rte_color in)
 {
-	uint8_t colors[SOFTCARD_BURST_MAX];
-	uint64_t drop_mask = 0;
+	struct softcard_meter &meter = *held->meter;
+	const enum rte_color color = softcard_bucket_check(
+		meter.params, held->state, now_ns, in, softcard_bucket_cost(meter.params, length));
 
-	rte_spinlock_lock(&meter.lock);
-	if (likely(meter.metering)) {
-		drop_mask = unlikely(meter.color_aware)
-			? packets_color_aware(meter, burst, first, end, colors)
-			: packets_color<false>(meter, burst, first, end, colors);
-		if (unlikely(meter.dscp_colors != 0))
-			packets_rewrite(meter, burst, first, end, colors);
-	}
-	rte_spinlock_unlock(&meter.lock);
-	return drop_mask;
+	rte_mbuf_sched_color_set(pkt, color);
+	meter.colors[color].packets++;
+	meter.colors[color].bytes += length;
+	return color;
 }
 
 uint64_t
 softcard_meter_burst(int dir, struct softcard_burst *burst)
 {
+	burst->dropped_bytes = 0;
 	if (softcard_engine_check(dir, 0, 1) != 0)
 		return 0;
 
 	struct softcard_meter *meters = softcard->engines[dir].meters;
+	struct held_meter held = {}; /* packets in a row often share a meter */
+	uint32_t lengths[SOFTCARD_BURST_MAX];
+	const uint16_t n = burst->n;
 	uint64_t drop_mask = 0;
 
-	for (uint16_t i = 0; i < RTE_MIN(AHEAD, burst->n); i++)
-		prefetch_meter(meters, burst->hw_meter_id[i]);
+	/* one that does not exist costs a needless line, and no branch */
+	for (uint16_t i = 0; i < n; i++)
+		rte_prefetch0(&meters[burst->hw_meter_id[i] % SOFTCARD_METERS]);
 
-	for (uint16_t first = 0, end; first < burst->n; first = end) {
-		const uint32_t hw_meter_id = burst->hw_meter_id[first];
+	for (uint16_t i = 0; i < n; i++) {
+		const uint32_t hw_meter_id = burst->hw_meter_id[i];
+		struct softcard_meter *meter = &meters[hw_meter_id];
 
-		for (end = first; end < burst->n && burst->hw_meter_id[end] == hw_meter_id; end++)
-			if (end + AHEAD < burst->n)
-				prefetch_meter(meters, burst->hw_meter_id[end + AHEAD]);
-		if (hw_meter_id != 0 && hw_meter_id < SOFTCARD_METERS)
-			drop_mask |= meter_run(meters[hw_meter_id], burst, first, end);
+		if (unlikely(hw_meter_id == 0 || hw_meter_id >= SOFTCARD_METERS))
+			continue;
+		if (meter != held.meter)
+			meter_hold(&held, meter);
+		/* NOLINTNEXTLINE(clang-analyzer-core.NullDereference): one of a table */
+		if (unlikely(!meter->metering))
+			continue;
+
+		struct rte_mbuf *pkt = burst->pkts[i];
+		const uint32_t length = lengths[i] = packet_length(*meter, burst, i);
+		const enum rte_color color = unlikely(meter->color_aware)
+			? packet_color(
+				  &held, pkt, burst->now_ns[i], length, softcard_frame_color(pkt))
+			: packet_color(&held, pkt, burst->now_ns[i], length, RTE_COLOR_GREEN);
+
+		drop_mask |= uint64_t{meter->drop_colors >> color & 1u} << i;
+		if (unlikely(meter->dscp_colors != 0))
+			packet_rewrite(*meter, &burst->pkts[i], color);
 	}
+	meter_hold(&held, nullptr);
+	for (uint64_t mask = drop_mask; mask != 0; mask &= mask - 1)
+		burst->dropped_bytes += lengths[__builtin_ctzll(mask)];
 	return drop_mask;
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -33,11 +34,16 @@ static constexpr std::array<const char *, SOFTCARD_OPERATIONS> OPERATION_NAMES =
 	"vask_cmd_set_shaper",
 	"vask_p4_isch_shaper_csr_write",
 	"vask_p4_get_global_cmd_channel",
+	"vask_p4_indexstack_create",
+	"vask_p4_indexstack_alloc",
+	"vask_p4_indexstack_free",
+	"vask_p4_indexstack_set",
+	"vask_p4_indexstack_destroy",
 };
 
 static rte_spinlock_t faults_lock = RTE_SPINLOCK_INITIALIZER; /* guards the two below */
 static std::array<struct softcard_fault, SOFTCARD_FAULTS> faults;
-static uint32_t n_faults;
+static std::atomic<uint32_t> n_faults;
 
 const char *
 softcard_operation_name(uint32_t i)
@@ -62,6 +68,9 @@ softcard_fault_set(const char *operation, uint64_t nth, int code, uint32_t delay
 		return -ENOENT;
 	if (code == SOFTCARD_FAULT_DELAY_ONLY && delay_us == 0)
 		return -EINVAL;
+	if (code != SOFTCARD_FAULT_DELAY_ONLY &&
+		operation == OPERATION_NAMES[SOFTCARD_OP_INDEX_DESTROY])
+		return -ENOTSUP;
 
 	int rc = -ENOSPC;
 	rte_spinlock_lock(&faults_lock);
@@ -83,7 +92,7 @@ void
 softcard_fault_keep(uint32_t n)
 {
 	rte_spinlock_lock(&faults_lock);
-	n_faults = std::min(n, n_faults);
+	n_faults = std::min(n, n_faults.load());
 	rte_spinlock_unlock(&faults_lock);
 }
 
@@ -104,6 +113,8 @@ softcard_call_begin(enum softcard_operation op)
 	struct softcard_call call = {op, false, 0};
 	uint32_t delay_us = 0;
 
+	if (n_faults.load(std::memory_order_acquire) == 0)
+		return call;
 	rte_spinlock_lock(&faults_lock);
 	for (uint32_t i = 0; i < n_faults; i++) {
 		struct softcard_fault &fault = faults[i];
@@ -196,6 +207,9 @@ softcard_fault_parse(const char *text, char *why, size_t why_size)
 	const int rc = softcard_fault_set(operation, nth, code, delay_us);
 	if (rc == -EINVAL)
 		snprintf(why, why_size, "code 0 without a delay is no fault");
+	else if (rc == -ENOTSUP)
+		snprintf(why, why_size, "%s returns nothing and cannot fail; code 0 delays it",
+			operation);
 	else if (rc == -ENOSPC)
 		snprintf(why, why_size, "%u faults are set already", SOFTCARD_FAULTS);
 	return rc;

@@ -27,7 +27,8 @@ struct softcard_fault {
 /**
  * Sets a fault; several may be set on one operation, and calls are counted from here for each.
  *
- * @return 0; -ENOENT for an unknown operation; -EINVAL for neither code nor delay; -ENOSPC.
+ * @return 0; -ENOENT for an unknown operation; -EINVAL for neither code nor delay; -ENOTSUP for a code where
+ *   the operation returns nothing (vask_p4_indexstack_destroy); -ENOSPC.
  */
 int softcard_fault_set(const char *operation, uint64_t nth, int code, uint32_t delay_us);
 
@@ -46,7 +47,7 @@ void softcard_fault_clear();
 void softcard_fault_keep(uint32_t n);
 
 /** Copies the faults that are set, the oldest first. Returns how many there are. */
-uint32_t softcard_fault_list(struct softcard_fault *faults, uint32_t n);
+uint32_t softcard_fault_list(struct softcard_fault *list, uint32_t n);
 
 /** The name of the i-th operation, or null past the last one. */
 const char *softcard_operation_name(uint32_t i);

@@ -15,13 +15,19 @@ static constexpr uint64_t RECORD_LEVEL_BYTES = 8;
 static void
 meter_set_add(struct softcard_meter_set *set, uint32_t hw_meter_id)
 {
-	set->bits[hw_meter_id / 64] |= RTE_BIT64(hw_meter_id % 64);
+	const uint64_t bit = RTE_BIT64(hw_meter_id % 64);
+
+	set->n += (set->bits[hw_meter_id / 64] & bit) == 0;
+	set->bits[hw_meter_id / 64] |= bit;
 }
 
 static void
 meter_set_remove(struct softcard_meter_set *set, uint32_t hw_meter_id)
 {
-	set->bits[hw_meter_id / 64] &= ~RTE_BIT64(hw_meter_id % 64);
+	const uint64_t bit = RTE_BIT64(hw_meter_id % 64);
+
+	set->n -= (set->bits[hw_meter_id / 64] & bit) != 0;
+	set->bits[hw_meter_id / 64] &= ~bit;
 }
 
 /* Buckets that are full whatever they hold; the next refresh cuts them to the bursts. */
@@ -32,15 +38,15 @@ meter_fill(struct softcard_meter &meter)
 	meter.state.level_e = UINT64_MAX;
 }
 
-struct softcard_dropped
+struct softcard_count
 softcard_meter_dropped(const struct softcard_meter &meter)
 {
-	struct softcard_dropped dropped = {meter.dropped_packets_base, meter.dropped_bytes_base};
+	struct softcard_count dropped = meter.dropped_base;
 
-	for (uint32_t color = 0; color < meter.packets.size(); color++) {
+	for (uint32_t color = 0; color < meter.colors.size(); color++) {
 		if (meter.drop_colors >> color & 1) {
-			dropped.packets += meter.packets[color];
-			dropped.bytes += meter.bytes[color];
+			dropped.packets += meter.colors[color].packets;
+			dropped.bytes += meter.colors[color].bytes;
 		}
 	}
 	return dropped;
@@ -52,7 +58,7 @@ policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_poli
 {
 	const std::array<uint32_t, 3> actions = {
 		policy.green_action, policy.yellow_action, policy.red_action};
-	const struct softcard_dropped before = softcard_meter_dropped(meter);
+	const struct softcard_count before = softcard_meter_dropped(meter);
 
 	meter.drop_colors = 0;
 	meter.dscp_colors = 0;
@@ -63,9 +69,9 @@ policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_poli
 	meter.dscp = {static_cast<uint8_t>(policy.green_dscp),
 		static_cast<uint8_t>(policy.yellow_dscp), static_cast<uint8_t>(policy.red_dscp)};
 
-	const struct softcard_dropped after = softcard_meter_dropped(meter);
-	meter.dropped_packets_base += before.packets - after.packets;
-	meter.dropped_bytes_base += before.bytes - after.bytes;
+	const struct softcard_count after = softcard_meter_dropped(meter);
+	meter.dropped_base.packets += before.packets - after.packets;
+	meter.dropped_base.bytes += before.bytes - after.bytes;
 }
 
 /* Copies what the tables say about a meter to where packets find it, levels cut to the bursts. */
@@ -101,6 +107,8 @@ meter_refresh(int dir, uint32_t hw_meter_id)
 void
 softcard_meter_set_refresh(int dir, const struct softcard_meter_set *set)
 {
+	if (set->n == 0)
+		return;
 	for (uint32_t word = 0; word < set->bits.size(); word++)
 		for (uint64_t bits = set->bits[word]; bits != 0; bits &= bits - 1)
 			meter_refresh(dir, word * 64 + rte_bsf64(bits));
@@ -117,10 +125,8 @@ meter_reset(int dir, uint32_t hw_meter_id)
 	meter.state.last_ns = 0;
 	meter_fill(meter);
 	meter.rewritten = 0;
-	meter.packets = {};
-	meter.bytes = {};
-	meter.dropped_packets_base = 0;
-	meter.dropped_bytes_base = 0;
+	meter.colors = {};
+	meter.dropped_base = {};
 	rte_spinlock_unlock(&meter.lock);
 	softcard->engines[dir].rates[hw_meter_id] = {};
 }
@@ -194,11 +200,9 @@ softcard_meter_copy(int dir, uint32_t hw_meter_id)
 	copy.params = meter.params;
 	copy.state = meter.state;
 	copy.rewritten = meter.rewritten;
-	copy.packets = meter.packets;
-	copy.bytes = meter.bytes;
+	copy.colors = meter.colors;
 	copy.drop_colors = meter.drop_colors;
-	copy.dropped_packets_base = meter.dropped_packets_base;
-	copy.dropped_bytes_base = meter.dropped_bytes_base;
+	copy.dropped_base = meter.dropped_base;
 	rte_spinlock_unlock(&meter.lock);
 
 	copy.state.level_c = std::min(copy.state.level_c, softcard_bucket_full_c(copy.params));
@@ -210,14 +214,14 @@ void
 softcard_meter_inst_fill(int dir, uint32_t hw_meter_id, const struct softcard_meter &meter,
 	struct vask_p4_mep_meter_inst_table *inst)
 {
-	const struct softcard_dropped dropped = softcard_meter_dropped(meter);
+	const struct softcard_count dropped = softcard_meter_dropped(meter);
 
 	*inst = softcard->engines[dir].insts[hw_meter_id];
 	inst->bkt_c = record_level(meter.params, meter.state.level_c);
 	inst->bkt_e = record_level(meter.params, meter.state.level_e);
 	inst->drop_pkt_cnt = dropped.packets;
-	inst->pkt_len_c = meter.bytes[RTE_COLOR_GREEN];
-	inst->pkt_len_e = meter.bytes[RTE_COLOR_YELLOW];
+	inst->pkt_len_c = meter.colors[RTE_COLOR_GREEN].bytes;
+	inst->pkt_len_e = meter.colors[RTE_COLOR_YELLOW].bytes;
 	inst->drop_pkt_len_cnt = dropped.bytes;
 }
 

@@ -13,6 +13,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include <rte_spinlock.h>
@@ -35,45 +36,48 @@ enum softcard_action {
 	SOFTCARD_ACTION_RESERVED = 3, /* passes */
 };
 
-/**
- * A meter as packets use it: its profile and policy in the form that a packet needs and its state on one
- * cache line, its counters on the next.
- */
-struct alignas(RTE_CACHE_LINE_SIZE) softcard_meter {
-	rte_spinlock_t lock; /* guards all below */
-	uint8_t metering;    /* instance, profile and policy are valid */
-	uint8_t color_aware;
-	uint8_t original_length;
-	uint8_t drop_colors; /* bit n: packets of enum rte_color n are dropped */
-	struct softcard_bucket_params params;
-	uint8_t dscp_colors;         /* bit n: packets of enum rte_color n get another DSCP */
-	std::array<uint8_t, 3> dscp; /* by enum rte_color */
-	struct softcard_bucket_state state;
-	uint64_t rewritten;
-
-	alignas(RTE_CACHE_LINE_SIZE) std::array<uint64_t, 3> packets; /* by enum rte_color */
-	std::array<uint64_t, 3> bytes;
-	/*
-	 * What was dropped, less what the colours count that are dropped now: packets need not count
-	 * drops. May be below 0, modulo 2^64. See softcard_meter_dropped().
-	 */
-	uint64_t dropped_packets_base;
-	uint64_t dropped_bytes_base;
-};
-
-static_assert(sizeof(struct softcard_meter) == 2 * RTE_CACHE_LINE_SIZE, "two lines a meter");
-
-/** Packets and bytes that a meter has dropped. */
-struct softcard_dropped {
+/** Packets and bytes, both since the record was created. */
+struct softcard_count {
 	uint64_t packets;
 	uint64_t bytes;
 };
 
+/**
+ * A meter as packets use it: its profile and policy in the form that a packet needs. What a green packet
+ * touches is the first cache line, what others touch besides is the second.
+ */
+struct alignas(RTE_CACHE_LINE_SIZE) softcard_meter {
+	rte_spinlock_t lock;         /* guards all below */
+	uint8_t metering : 1;        /* instance, profile and policy are valid */
+	uint8_t color_aware : 1;     /* takes the colour that packets come with */
+	uint8_t original_length : 1; /* counts what was taken off a packet, too */
+	uint8_t drop_colors;         /* bit n: packets of enum rte_color n are dropped */
+	uint8_t dscp_colors;         /* bit n: packets of enum rte_color n get another DSCP */
+	struct softcard_bucket_params params;
+	struct softcard_bucket_state state;
+	std::array<struct softcard_count, 3> colors; /* by enum rte_color */
+
+	uint64_t rewritten;
+	std::array<uint8_t, 3> dscp; /* by enum rte_color */
+	/*
+	 * What was dropped, less what the colours count that are dropped now: packets need not count
+	 * drops. May be below 0, modulo 2^64. See softcard_meter_dropped().
+	 */
+	struct softcard_count dropped_base;
+};
+
+/* of 64 bytes; where lines are longer, one holds all of it */
+static_assert(sizeof(struct softcard_meter) == 2 * RTE_CACHE_LINE_MIN_SIZE);
+static_assert(offsetof(struct softcard_meter, colors) + sizeof(struct softcard_count) ==
+		RTE_CACHE_LINE_MIN_SIZE,
+	"a green packet touches one line");
+
 /** What a meter has dropped. Its lock is held, or it is a copy. */
-struct softcard_dropped softcard_meter_dropped(const struct softcard_meter &meter);
+struct softcard_count softcard_meter_dropped(const struct softcard_meter &meter);
 
 /** The meters that use a profile or a policy. */
 struct softcard_meter_set {
+	uint32_t n;
 	std::array<uint64_t, SOFTCARD_METERS / 64> bits;
 };
 

@@ -14,7 +14,7 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 		return rc;
 
 	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
-	const struct softcard_dropped dropped = softcard_meter_dropped(meter);
+	const struct softcard_count dropped = softcard_meter_dropped(meter);
 
 	*view = {};
 	softcard_meter_inst_fill(dir, hw_meter_id, meter, &view->inst);
@@ -26,8 +26,8 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 	view->level_unit = SOFTCARD_LEVEL_UNIT[meter.params.packet_mode];
 	view->last_ns = meter.state.last_ns;
 	for (size_t color = 0; color < std::size(view->packets); color++) {
-		view->packets[color] = meter.packets[color];
-		view->bytes[color] = meter.bytes[color];
+		view->packets[color] = meter.colors[color].packets;
+		view->bytes[color] = meter.colors[color].bytes;
 	}
 	view->dropped_packets = dropped.packets;
 	view->dropped_bytes = dropped.bytes;
@@ -41,8 +41,9 @@ rate_sample(int dir, uint32_t hw_meter_id)
 {
 	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
 	struct softcard_rate &rate = softcard->engines[dir].rates[hw_meter_id];
-	const uint64_t passed = meter.bytes[RTE_COLOR_GREEN] + meter.bytes[RTE_COLOR_YELLOW] +
-		meter.bytes[RTE_COLOR_RED] - softcard_meter_dropped(meter).bytes;
+	const uint64_t passed = meter.colors[RTE_COLOR_GREEN].bytes +
+		meter.colors[RTE_COLOR_YELLOW].bytes + meter.colors[RTE_COLOR_RED].bytes -
+		softcard_meter_dropped(meter).bytes;
 	const uint64_t elapsed = meter.state.last_ns - rate.last_ns;
 
 	/* No packet since the last sample, or the first sample of all: no time to divide by. */

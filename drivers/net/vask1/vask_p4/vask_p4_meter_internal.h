@@ -13,7 +13,6 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 
 #include <rte_spinlock.h>
@@ -23,6 +22,7 @@ extern "C" {
 }
 
 #include "vask_dev_cmds.h"
+#include "vask_p4_enum.h"
 #include "vask_p4_log.h"
 #include "vask_p4_meter.h"
 
@@ -90,21 +90,6 @@ vask_p4_unlisted<Node>
 vask_p4_node_alloc()
 {
 	return vask_p4_unlisted<Node>(static_cast<Node *>(calloc(1, sizeof(Node))));
-}
-
-/**
- * The number in an enumeration that the caller filled. Callers are C programs, where it may be any; to read
- * it as an enumeration is undefined in C++ when it is past the enumerators.
- */
-template <typename Enum>
-unsigned int
-vask_p4_enum_number(const Enum *value)
-{
-	unsigned int number;
-
-	static_assert(sizeof(number) == sizeof(*value));
-	memcpy(&number, value, sizeof(number));
-	return number;
 }
 
 /* Capabilities: vask_p4_meter.cpp */
