@@ -14,6 +14,7 @@
 #include "flow_reference.h"
 #include "objects.h"
 #include "rules.h"
+#include "vask_p4_enum.h"
 #include "vask_p4_info.h"
 
 using namespace vask_test;
@@ -50,9 +51,10 @@ Has(const Rule &rule, rte_flow_action_type type)
 {
 	const rte_flow_action *action = rule.actions();
 
-	while (action->type != RTE_FLOW_ACTION_TYPE_END && action->type != type)
+	while (vask_p4_enum_number(&action->type) != RTE_FLOW_ACTION_TYPE_END &&
+		vask_p4_enum_number(&action->type) != type)
 		action++;
-	return action->type == type;
+	return vask_p4_enum_number(&action->type) == type;
 }
 
 size_t
@@ -74,9 +76,11 @@ CheckRefusal(const Rule &rule, const rte_flow_error &error)
 
 	FUZZ_CHECK(error.type != RTE_FLOW_ERROR_TYPE_NONE);
 	FUZZ_CHECK(error.message != nullptr && error.message[0] != '\0');
-	for (const rte_flow_item *i = rule.pattern(); i->type != RTE_FLOW_ITEM_TYPE_END; i++)
+	for (const rte_flow_item *i = rule.pattern();
+		vask_p4_enum_number(&i->type) != RTE_FLOW_ITEM_TYPE_END; i++)
 		known |= error.cause == i;
-	for (const rte_flow_action *a = rule.actions(); a->type != RTE_FLOW_ACTION_TYPE_END; a++)
+	for (const rte_flow_action *a = rule.actions();
+		vask_p4_enum_number(&a->type) != RTE_FLOW_ACTION_TYPE_END; a++)
 		known |= error.cause == a;
 	FUZZ_CHECK(known);
 }

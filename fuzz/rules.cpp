@@ -67,7 +67,7 @@ fuzz_item_add(Input &in, const Bytes &frame, Rule *rule)
 		return;
 	default:
 		/* END would end the pattern here */
-		rule->Item(static_cast<rte_flow_item_type>(1 + in.Below(80)));
+		rule->ItemNumber(1 + in.Below(80));
 	}
 }
 
@@ -96,6 +96,6 @@ fuzz_action_add(Input &in, Rule *rule)
 		return;
 	default:
 		/* METER and QUEUE among them, without what they need */
-		rule->Action(static_cast<rte_flow_action_type>(1 + in.Below(80)));
+		rule->ActionNumber(1 + in.Below(80));
 	}
 }

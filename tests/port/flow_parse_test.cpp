@@ -322,23 +322,14 @@ TEST(FlowItem, OtherItemsAreRefused)
 }
 
 /* DPDK lets drivers agree with applications on types of their own, below zero. */
-const int other_types[] = {INT_MIN, -1, 1 << 20, INT_MAX};
+const unsigned int other_types[] = {1U << 31, UINT_MAX, 1 << 20, INT_MAX};
 
 TEST(FlowItem, TypesThatDpdkDoesNotListAreRefused)
 {
-	const rte_flow_action end = {};
-	rte_flow_attr ingress = {};
-
-	ingress.ingress = 1;
-	for (int type : other_types) {
-		rte_flow_item pattern[2] = {};
-		Parsed parsed = {};
-
+	for (const unsigned int type : other_types) {
 		SCOPED_TRACE(type);
-		memcpy(&pattern[0].type, &type, sizeof(type));
-		parsed.rc = vask_flow_parse(RX_QUEUES, &ingress, pattern, &end, &parsed.spec,
-			&parsed.meter, &parsed.error);
-		ExpectRefused(parsed, ENOTSUP, RTE_FLOW_ERROR_TYPE_ITEM, pattern,
+		ExpectItemRefused(Rule().Eth().ItemNumber(type), 1, ENOTSUP,
+			RTE_FLOW_ERROR_TYPE_ITEM,
 			"this item is not supported: only eth, vlan, ipv4, ipv6, udp, tcp");
 	}
 }
@@ -438,19 +429,10 @@ TEST(FlowAction, OtherAndRepeatedActionsAreRefused)
 
 TEST(FlowAction, TypesThatDpdkDoesNotListAreRefused)
 {
-	const rte_flow_item end = {};
-	rte_flow_attr ingress = {};
-
-	ingress.ingress = 1;
-	for (int type : other_types) {
-		rte_flow_action actions[2] = {};
-		Parsed parsed = {};
-
+	for (const unsigned int type : other_types) {
 		SCOPED_TRACE(type);
-		memcpy(&actions[0].type, &type, sizeof(type));
-		parsed.rc = vask_flow_parse(RX_QUEUES, &ingress, &end, actions, &parsed.spec,
-			&parsed.meter, &parsed.error);
-		ExpectRefused(parsed, ENOTSUP, RTE_FLOW_ERROR_TYPE_ACTION, actions,
+		ExpectActionRefused(Rule().Drop().ActionNumber(type), 1, ENOTSUP,
+			RTE_FLOW_ERROR_TYPE_ACTION,
 			"this action is not supported: only meter, queue, drop, count, passthru");
 	}
 }

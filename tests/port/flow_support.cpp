@@ -361,6 +361,22 @@ Rule::AddAction(rte_flow_action_type type, const void *conf)
 }
 
 Rule &
+Rule::ItemNumber(unsigned int number)
+{
+	Item(RTE_FLOW_ITEM_TYPE_VOID);
+	memcpy(&(items_.end() - 2)->type, &number, sizeof(number));
+	return *this;
+}
+
+Rule &
+Rule::ActionNumber(unsigned int number)
+{
+	Action(RTE_FLOW_ACTION_TYPE_VOID);
+	memcpy(&(actions_.end() - 2)->type, &number, sizeof(number));
+	return *this;
+}
+
+Rule &
 Rule::Action(rte_flow_action_type type)
 {
 	return AddAction(type, nullptr);

@@ -84,6 +84,9 @@ class Rule
 		return Add(type, Keep(spec), Keep(mask), nullptr);
 	}
 	Rule &Add(rte_flow_item_type type, const void *spec, const void *mask, const void *last);
+	/* An item, or an action, by number: it may be none that there is, as a C program may write it. */
+	Rule &ItemNumber(unsigned int number);
+	Rule &ActionNumber(unsigned int number);
 
 	Rule &Eth();
 	Rule &Vlan();
