@@ -13,7 +13,7 @@
 namespace
 {
 tune_options options;
-std::string algorithm = "rfc2697", loss = "0.1%", csv_path, report_path;
+std::string algorithm, loss, csv_path, report_path;
 
 enum rte_mtr_algorithm
 algorithm_of(const std::string &name)
@@ -130,6 +130,8 @@ add_tune_command(CLI::App &app)
 {
 	CLI::App *tune = app.add_subcommand(
 		"tune", "Which committed rate and burst a capture's traffic needs");
+	algorithm = "rfc2697";
+	loss = "0.1%";
 
 	tune->add_option("CAPTURE", options.capture, "Ethernet frames, pcap or pcapng")->required();
 	tune->add_option(

@@ -14,7 +14,7 @@
 
 namespace
 {
-std::string file_prefix = "rte", order_name = "meter", filter_name = "all";
+std::string file_prefix, order_name, filter_name;
 double interval = 1;
 
 constexpr uint32_t PAGE = 100; /* ids in one answer */
@@ -160,6 +160,10 @@ add_watch_command(CLI::App &app)
 {
 	CLI::App *watch =
 		app.add_subcommand("watch", "Meters of a running process, through its telemetry");
+	file_prefix = "rte";
+	order_name = "meter";
+	filter_name = "all";
+
 	watch->add_option("--file-prefix", file_prefix, "the process's EAL option of that name")
 		->capture_default_str();
 	watch->add_option("--interval", interval, "seconds between two looks")

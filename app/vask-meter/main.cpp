@@ -81,15 +81,10 @@ add_commands(CLI::App &app)
 	add_watch_command(app);
 	add_p4_command(app);
 }
-} // namespace
 
 int
-main(int argc, char **argv)
+run(int argc, char **argv)
 {
-	keep_standard_descriptors();
-	/* a reader that went away is a failed write, after which nothing half-written stays */
-	std::signal(SIGPIPE, SIG_IGN);
-
 	CLI::App app("Meters of the vask1 card, tried on a capture and explained.", "vask-meter");
 	try {
 		add_commands(app);
@@ -112,4 +107,20 @@ main(int argc, char **argv)
 		return report(VASK_METER_FAILED, e.what());
 	}
 	return VASK_METER_OK;
+}
+} // namespace
+
+int
+main(int argc, char **argv)
+{
+	keep_standard_descriptors();
+	/* a reader that went away is a failed write, after which nothing half-written stays */
+	std::signal(SIGPIPE, SIG_IGN);
+
+	try {
+		return run(argc, argv);
+	} catch (...) { /* before the first command, or on the way to tell an error */
+		std::fputs("vask-meter: out of memory\n", stderr);
+		return VASK_METER_FAILED;
+	}
 }

@@ -94,6 +94,7 @@ eal_session::eal_session(bool verbose)
 		args.insert(args.end(), {"--log-level", "*:critical"});
 
 	std::vector<char *> argv;
+	argv.reserve(args.size());
 	for (std::string &a : args)
 		argv.push_back(a.data());
 	std::string said;
