@@ -110,6 +110,12 @@ struct Mode {
 	bool rfc2698, excess_rate, packet_mode, aware;
 };
 
+void
+PrintTo(const Mode &mode, std::ostream *os)
+{
+	*os << mode.name;
+}
+
 class BucketReference : public ::testing::TestWithParam<Mode>
 {
 };

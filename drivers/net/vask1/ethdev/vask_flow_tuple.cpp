@@ -46,13 +46,11 @@ static inline void
 make_key(const struct vask_flow_tuple *tuple, uint32_t n_words, const struct vask_flow_frame *frame,
 	uint64_t *key)
 {
-	const uint8_t *offset = tuple->offset[frame->plain];
-
 	if (n_words % 2 != 0)
 		key[n_words] = 0;
 	key[0] = frame->word0 & tuple->mask[0];
 	for (uint32_t w = 1; w < n_words; w++)
-		key[w] = load_word(frame->base + offset[w]) & tuple->mask[w];
+		key[w] = load_word(frame->base + tuple->offset[w][frame->plain]) & tuple->mask[w];
 }
 
 static inline bool
@@ -103,8 +101,8 @@ vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys, bool h
 	tuple->full_mask = *mask;
 	for (unsigned w = 0; w < VASK_FLOW_WORDS; w++)
 		if (w == 0 || mask->word[w] != 0) {
-			tuple->offset[0][tuple->n_words] = vask_flow_offsets[0][w];
-			tuple->offset[1][tuple->n_words] = vask_flow_offsets[1][w];
+			tuple->offset[tuple->n_words][0] = vask_flow_offsets[0][w];
+			tuple->offset[tuple->n_words][1] = vask_flow_offsets[1][w];
 			tuple->mask[tuple->n_words++] = mask->word[w];
 		}
 	tuple->key_words = RTE_ALIGN(tuple->n_words, 2u);
@@ -239,11 +237,11 @@ search_one(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *fr
 		return;
 	for (uint16_t k = 0; k < n; k++) {
 		const struct vask_flow_frame *frame = &frames[index[k]];
-		const uint8_t *offset = tuple->offset[frame->plain];
 		uint64_t diff = (frame->word0 & tuple->mask[0]) ^ line->key[0];
 
 		for (uint32_t w = 1; w < n_words; w++)
-			diff |= (load_word(frame->base + offset[w]) & tuple->mask[w]) ^
+			diff |= (load_word(frame->base + tuple->offset[w][frame->plain]) &
+					tuple->mask[w]) ^
 				line->key[w];
 		if (diff == 0)
 			offer(line, &best[index[k]]);

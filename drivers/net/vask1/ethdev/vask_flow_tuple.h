@@ -20,7 +20,7 @@ struct vask_flow_tuple {
 	uint32_t n_words;      /* word 0 and every other one that has a mask */
 	uint32_t key_words;    /* n_words rounded up to 16 bytes */
 	uint64_t mask[VASK_FLOW_WORDS];
-	uint8_t offset[2][VASK_FLOW_WORDS]; /* of vask_flow_offsets */
+	uint8_t offset[VASK_FLOW_WORDS][2]; /* of vask_flow_offsets: [word][plain] */
 	uint32_t slot_mask;
 	/* changed by the control path, read by packets: heads, or null */
 	std::atomic<struct vask_flow_line *> *slots;

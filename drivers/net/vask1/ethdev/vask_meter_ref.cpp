@@ -2,8 +2,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <sys/queue.h>
 
-#include <rte_hash.h>
+#include <rte_hash_crc.h>
 
 #include "softcard.h"
 #include "vask_flow_rule.h"
@@ -24,71 +25,84 @@ struct ref_key {
 
 struct vask_meter_ref {
 	struct ref_key key;
-	uint32_t hw_meter_id;          /* where its records stand in the card, 0: nowhere */
-	bool engine[SOFTCARD_ENGINES]; /* those that use the meter */
+	LIST_ENTRY(vask_meter_ref) next; /* in the chain of its key, or of the free ones */
+	uint32_t hw_meter_id;            /* where its records stand in the card, 0: nowhere */
+	bool engine[SOFTCARD_ENGINES];   /* those that use the meter */
 	uint32_t n_rules;
 	struct rte_flow *rules[VASK_METER_RULES_MAX];
 };
 
-static struct rte_hash *ref_keys;
-static struct vask_meter_ref *refs; /* by the position of their keys */
+LIST_HEAD(ref_list, vask_meter_ref);
+
+/*
+ * A chain for each value of the key's hash. An rte_hash would do as well, but its lookup, insertion and
+ * deletion cost more than all that the meter module does to create a meter.
+ */
+static std::array<struct ref_list, 4096> chains;
+static struct ref_list free_refs;
+static struct vask_meter_ref *refs; /* REFS_MAX, or null; those from n_refs on were never taken */
+static uint32_t n_refs;
 
 int
 vask_meter_ref_start()
 {
-	struct rte_hash_parameters params = {};
-
-	params.name = "vask_meter_refs";
-	params.entries = REFS_MAX;
-	params.key_len = sizeof(struct ref_key);
-	params.socket_id = SOCKET_ID_ANY;
-	params.extra_flag = RTE_HASH_EXTRA_FLAGS_EXT_TABLE;
-	ref_keys = rte_hash_create(&params);
-	if (ref_keys != nullptr)
-		/* most of them are never touched: leave them to the kernel's zero pages */
-		refs = static_cast<struct vask_meter_ref *>(
-			calloc(rte_hash_max_key_id(ref_keys) + 1, sizeof(*refs)));
-	if (refs != nullptr)
-		return 0;
-	vask_meter_ref_stop();
-	return -ENOMEM;
+	/* most of them are never touched: leave them to the kernel's zero pages */
+	refs = static_cast<struct vask_meter_ref *>(calloc(REFS_MAX, sizeof(*refs)));
+	return refs != nullptr ? 0 : -ENOMEM;
 }
 
 void
 vask_meter_ref_stop()
 {
-	rte_hash_free(ref_keys);
 	free(refs);
-	ref_keys = nullptr;
 	refs = nullptr;
+	n_refs = 0;
+	chains = {};
+	free_refs = {};
+}
+
+static struct ref_list *
+chain_of(const struct ref_key &key)
+{
+	return &chains[rte_hash_crc_4byte(key.meter_id, key.index) % chains.size()];
 }
 
 static struct vask_meter_ref *
 find_ref(const struct ref_key &key)
 {
-	const int32_t position = ref_keys != nullptr ? rte_hash_lookup(ref_keys, &key) : -ENOENT;
+	struct vask_meter_ref *ref;
 
-	return position >= 0 ? &refs[position] : nullptr;
+	LIST_FOREACH(ref, chain_of(key), next)
+	if (ref->key.meter_id == key.meter_id && ref->key.index == key.index)
+		return ref;
+	return nullptr;
 }
 
 static struct vask_meter_ref *
 add_ref(const struct ref_key &key)
 {
-	const int32_t position = ref_keys != nullptr ? rte_hash_add_key(ref_keys, &key) : -ENOENT;
+	struct vask_meter_ref *ref = LIST_FIRST(&free_refs);
 
-	if (position < 0)
+	if (ref != nullptr)
+		LIST_REMOVE(ref, next);
+	else if (refs != nullptr && n_refs < REFS_MAX)
+		ref = &refs[n_refs++];
+	else
 		return nullptr;
-	refs[position] = {};
-	refs[position].key = key;
-	return &refs[position];
+	*ref = {};
+	ref->key = key;
+	LIST_INSERT_HEAD(chain_of(key), ref, next);
+	return ref;
 }
 
 /* Forgets a meter that no rule names and no record stands for. */
 static void
-drop_ref(const struct vask_meter_ref *ref)
+drop_ref(struct vask_meter_ref *ref)
 {
-	if (ref->n_rules == 0 && ref->hw_meter_id == 0)
-		rte_hash_del_key(ref_keys, &ref->key);
+	if (ref->n_rules != 0 || ref->hw_meter_id != 0)
+		return;
+	LIST_REMOVE(ref, next);
+	LIST_INSERT_HEAD(&free_refs, ref, next);
 }
 
 static struct ref_key
@@ -247,10 +261,7 @@ refresh_meters_0()
 	std::array<bool, SOFTCARD_METERS> held = {};
 	const struct vask_p4_meter_cfg_node *node;
 	struct vask_meter_ref *gone = nullptr;
-	const void *key;
-	void *data;
-	uint32_t next = 0;
-	int32_t position;
+	struct vask_meter_ref *ref;
 
 	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
 		if (node->data.meter_id != 0)
@@ -258,13 +269,10 @@ refresh_meters_0()
 		held[node->data.hw_meter_id] = true;
 		enter_index(find_ref(key_of(node)), node);
 	}
-	while (ref_keys != nullptr &&
-		(position = rte_hash_iterate(ref_keys, &key, &data, &next)) >= 0) {
-		const struct ref_key *k = static_cast<const struct ref_key *>(key);
-
-		if (k->meter_id == 0 && !held[k->index])
-			gone = &refs[position];
-	}
+	for (struct ref_list &chain : chains)
+		LIST_FOREACH(ref, &chain, next)
+	if (ref->key.meter_id == 0 && !held[ref->key.index])
+		gone = ref;
 	if (gone != nullptr)
 		refresh(gone, nullptr, true);
 }

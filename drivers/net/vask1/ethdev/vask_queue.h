@@ -49,7 +49,6 @@ struct vask_queue {
 		uint16_t first;
 		uint16_t n;
 		struct rte_mbuf *pkts[SOFTCARD_BURST_MAX];
-		uint32_t bytes[SOFTCARD_BURST_MAX];
 	} due;
 	/** Written by the queue's thread, read by any. */
 	std::atomic<uint64_t> counters[VASK_COUNTS];

@@ -98,6 +98,24 @@ shaper_get(struct vask_queue *q, bool flush, struct rte_mbuf **pkts, uint16_t n)
 	return done;
 }
 
+/* Makes packets the port's, counts them, and puts them where the application wants them. */
+void
+deliver(struct vask_queue *q, struct rte_mbuf *const *from, struct rte_mbuf **to, uint16_t n)
+{
+	const uint16_t port_id = q->port->data->port_id;
+	uint64_t bytes = 0;
+
+	for (uint16_t i = 0; i < n; i++) {
+		struct rte_mbuf *pkt = from[i];
+
+		to[i] = pkt;
+		pkt->port = port_id;
+		bytes += pkt->pkt_len;
+	}
+	vask_queue_count(q, VASK_PACKETS, n);
+	vask_queue_count(q, VASK_BYTES, bytes);
+}
+
 /* Packets from other queues: they have been policed there. */
 uint16_t
 rx_handed_over(struct vask_queue *q, struct rte_mbuf **pkts, uint16_t n)
@@ -136,14 +154,18 @@ rx_direct(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 {
 	uint16_t done = rx_handed_over(q, pkts, n);
 
-	if (q->port->rss.load(std::memory_order_relaxed) == nullptr && vask_police_idle(q))
-		return done + rte_eth_rx_burst(uplink, q->id, &pkts[done], n - done);
+	if (q->port->rss.load(std::memory_order_relaxed) == nullptr && vask_police_idle(q)) {
+		done += rte_eth_rx_burst(uplink, q->id, &pkts[done], n - done);
+		deliver(q, pkts, pkts, done);
+		return done;
+	}
+	deliver(q, pkts, pkts, done);
 	for (uint16_t room = n - done; room > 0;) {
 		const uint16_t want = RTE_MIN(room, SOFTCARD_BURST_MAX);
 		const uint16_t got = rx_policed(q, uplink, want);
 
-		for (uint16_t i = 0; i < q->burst.n; i++)
-			pkts[done++] = q->burst.pkts[i];
+		deliver(q, q->burst.pkts, &pkts[done], q->burst.n);
+		done += q->burst.n;
 		room -= got;
 		if (got < want)
 			break;
@@ -168,36 +190,39 @@ rx_shaped(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 			got = rx_policed(q, uplink, want);
 		softcard_queue_put(q->shaper, b->pkts, b->now_ns, b->n);
 	}
-	return shaper_get(q, got == 0 && q->port->clock.capture, pkts, n);
+	n = shaper_get(q, got == 0 && q->port->clock.capture, pkts, n);
+	deliver(q, pkts, pkts, n);
+	return n;
+}
+
+/* Hands packets to the uplink. Returns how many it took; the others stay the caller's. */
+uint16_t
+tx_send(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
+{
+	uint64_t bytes = 0;
+
+	/* the uplink may free what it takes, so that lengths are read before */
+	for (uint16_t i = 0; i < n; i++)
+		bytes += pkts[i]->pkt_len;
+	const uint16_t sent = rte_eth_tx_burst(uplink, q->id, pkts, n);
+	for (uint16_t i = sent; i < n; i++)
+		bytes -= pkts[i]->pkt_len;
+	vask_queue_count(q, VASK_PACKETS, sent);
+	vask_queue_count(q, VASK_BYTES, bytes);
+	return sent;
 }
 
 /* Sends what is due. False when the uplink left some of it. */
 bool
 tx_due(struct vask_queue *q, uint16_t uplink)
 {
-	uint64_t bytes = 0;
-
 	if (q->due.n == 0)
 		return true;
 
-	const uint16_t sent = rte_eth_tx_burst(uplink, q->id, &q->due.pkts[q->due.first], q->due.n);
-	for (uint16_t i = 0; i < sent; i++)
-		bytes += q->due.bytes[q->due.first + i];
-	vask_queue_count(q, VASK_PACKETS, sent);
-	vask_queue_count(q, VASK_BYTES, bytes);
+	const uint16_t sent = tx_send(q, uplink, &q->due.pkts[q->due.first], q->due.n);
 	q->due.first += sent;
 	q->due.n -= sent;
 	return q->due.n == 0;
-}
-
-/* Makes n packets in due.pkts the next ones to be sent. The uplink may free them: their lengths are kept. */
-void
-tx_set_due(struct vask_queue *q, uint16_t n)
-{
-	q->due.first = 0;
-	q->due.n = n;
-	for (uint16_t i = 0; i < n; i++)
-		q->due.bytes[i] = q->due.pkts[i]->pkt_len;
 }
 
 /* Sends what the shaper lets go. False when the uplink left some of it. */
@@ -205,29 +230,13 @@ bool
 tx_shaped(struct vask_queue *q, uint16_t uplink, bool flush)
 {
 	while (q->due.n == 0) {
-		tx_set_due(q, shaper_get(q, flush, q->due.pkts, SOFTCARD_BURST_MAX));
+		q->due.first = 0;
+		q->due.n = shaper_get(q, flush, q->due.pkts, SOFTCARD_BURST_MAX);
 		if (q->due.n == 0)
 			return true;
 		tx_due(q, uplink);
 	}
 	return false;
-}
-
-/* Hands packets that pass as they are to the uplink. Returns how many it took. */
-uint16_t
-tx_through(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
-{
-	uint64_t bytes = 0;
-
-	/* the uplink may free what it takes */
-	for (uint16_t i = 0; i < n; i++)
-		q->due.bytes[i] = pkts[i]->pkt_len;
-	n = rte_eth_tx_burst(uplink, q->id, pkts, n);
-	for (uint16_t i = 0; i < n; i++)
-		bytes += q->due.bytes[i];
-	vask_queue_count(q, VASK_PACKETS, n);
-	vask_queue_count(q, VASK_BYTES, bytes);
-	return n;
 }
 
 /* Takes and polices one burst. False when some of it is due and the uplink has no room. */
@@ -244,10 +253,12 @@ tx_policed(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16
 		softcard_queue_put(q->shaper, b->pkts, b->now_ns, b->n);
 		return tx_shaped(q, uplink, false);
 	}
-	for (uint16_t i = 0; i < b->n; i++)
-		q->due.pkts[i] = b->pkts[i];
-	tx_set_due(q, b->n);
-	return tx_due(q, uplink);
+	const uint16_t sent = tx_send(q, uplink, b->pkts, b->n);
+	q->due.first = 0;
+	q->due.n = b->n - sent;
+	for (uint16_t i = 0; i < q->due.n; i++)
+		q->due.pkts[i] = b->pkts[sent + i];
+	return q->due.n == 0;
 }
 
 } // namespace
@@ -258,18 +269,10 @@ vask_rx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
 	struct vask_queue *q = static_cast<struct vask_queue *>(queue);
 	const burst_scope scope(q);
 	const uint16_t uplink = scope.uplink(q);
-	uint64_t bytes = 0;
 
 	if (uplink == VASK_UPLINK_NONE)
 		return 0;
-	n = q->shaper == nullptr ? rx_direct(q, uplink, pkts, n) : rx_shaped(q, uplink, pkts, n);
-	for (uint16_t i = 0; i < n; i++) {
-		pkts[i]->port = q->port->data->port_id;
-		bytes += pkts[i]->pkt_len;
-	}
-	vask_queue_count(q, VASK_PACKETS, n);
-	vask_queue_count(q, VASK_BYTES, bytes);
-	return n;
+	return q->shaper == nullptr ? rx_direct(q, uplink, pkts, n) : rx_shaped(q, uplink, pkts, n);
 }
 
 uint16_t
@@ -288,7 +291,7 @@ vask_tx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
 		const uint16_t want = RTE_MIN(static_cast<uint16_t>(n - done), SOFTCARD_BURST_MAX);
 
 		if (vask_police_idle(q)) {
-			const uint16_t taken = tx_through(q, uplink, &pkts[done], want);
+			const uint16_t taken = tx_send(q, uplink, &pkts[done], want);
 
 			done += taken;
 			if (taken < want)

@@ -31,12 +31,14 @@ struct softcard_bucket_params {
 	uint32_t eir;
 	uint32_t cbs : 20; /* the profile's burst fields */
 	uint32_t packet_mode : 1;
-	uint32_t two_rate : 1; /* RFC 2698 */
-	uint32_t overflow : 1; /* RFC 2697: what the committed bucket cannot hold fills the other */
-	uint32_t : 9;
+	uint32_t : 3;
+	int32_t two_rate : 8; /* -1, RFC 2698, or 0: a whole byte is a mask without further ado */
 	uint32_t ebs : 20;
-	uint32_t : 12;
+	uint32_t : 4;
+	int32_t overflow : 8; /* -1, RFC 2697: what the committed bucket cannot hold fills the other */
 };
+
+static_assert(sizeof(struct softcard_bucket_params) == 16);
 
 struct softcard_bucket_state {
 	uint64_t level_c;
@@ -53,28 +55,21 @@ constexpr struct softcard_bucket_params
 softcard_bucket_params_make(
 	uint32_t cir, uint32_t cbs, uint32_t eir, uint32_t ebs, bool packet_mode, bool rfc2698)
 {
-	return {cir, eir, cbs, packet_mode, rfc2698, !rfc2698 && eir == 0, ebs};
-}
-
-/** Level parts in one unit of the burst fields. */
-constexpr uint64_t
-softcard_bucket_burst_unit(const struct softcard_bucket_params &params)
-{
-	return params.packet_mode ? SOFTCARD_BURST_UNIT[1] : SOFTCARD_BURST_UNIT[0];
+	return {cir, eir, cbs, packet_mode, -int{rfc2698}, ebs, -int{!rfc2698 && eir == 0}};
 }
 
 /** What the committed bucket holds when it is full. */
 constexpr uint64_t
 softcard_bucket_full_c(const struct softcard_bucket_params &params)
 {
-	return params.cbs * softcard_bucket_burst_unit(params);
+	return params.cbs * SOFTCARD_BURST_UNIT[params.packet_mode];
 }
 
 /** What the excess or peak bucket holds when it is full. */
 constexpr uint64_t
 softcard_bucket_full_e(const struct softcard_bucket_params &params)
 {
-	return params.ebs * softcard_bucket_burst_unit(params);
+	return params.ebs * SOFTCARD_BURST_UNIT[params.packet_mode];
 }
 
 /** What a packet of that length takes out of a bucket. */
@@ -103,10 +98,10 @@ softcard_bucket_add(uint64_t &level, uint64_t full, uint64_t growth)
 	return fill;
 }
 
-/** Fills the buckets up to now_ns. A time before the latest one counts as that one. */
+/** softcard_bucket_refill() where the mode, and so the burst unit, is known. */
 constexpr void
-softcard_bucket_refill(const struct softcard_bucket_params &params,
-	struct softcard_bucket_state &state, uint64_t now_ns)
+softcard_bucket_refill_units(const struct softcard_bucket_params &params,
+	struct softcard_bucket_state &state, uint64_t now_ns, uint64_t burst_unit)
 {
 	if (now_ns <= state.last_ns)
 		return;
@@ -114,13 +109,25 @@ softcard_bucket_refill(const struct softcard_bucket_params &params,
 	const uint64_t elapsed = now_ns - state.last_ns;
 	const uint64_t growth_c = softcard_bucket_growth(params.cir, elapsed);
 	const uint64_t fill_c =
-		softcard_bucket_add(state.level_c, softcard_bucket_full_c(params), growth_c);
+		softcard_bucket_add(state.level_c, params.cbs * burst_unit, growth_c);
 	/* where the committed bucket overflows there is no excess rate: one of the two is 0 */
 	const uint64_t growth_e = softcard_bucket_growth(params.eir, elapsed) +
-		((growth_c - fill_c) & -uint64_t{params.overflow});
+		((growth_c - fill_c) & static_cast<uint64_t>(int64_t{params.overflow}));
 
-	softcard_bucket_add(state.level_e, softcard_bucket_full_e(params), growth_e);
+	softcard_bucket_add(state.level_e, params.ebs * burst_unit, growth_e);
 	state.last_ns = now_ns;
+}
+
+/** Fills the buckets up to now_ns. A time before the latest one counts as that one. */
+constexpr void
+softcard_bucket_refill(const struct softcard_bucket_params &params,
+	struct softcard_bucket_state &state, uint64_t now_ns)
+{
+	/* to multiply by a constant costs less than to choose what to multiply by */
+	if (params.packet_mode)
+		softcard_bucket_refill_units(params, state, now_ns, SOFTCARD_BURST_UNIT[1]);
+	else
+		softcard_bucket_refill_units(params, state, now_ns, SOFTCARD_BURST_UNIT[0]);
 }
 
 /** All ones for true, zero for false: decisions as masks, because branches would be mispredicted. */
@@ -147,7 +154,7 @@ softcard_bucket_check(const struct softcard_bucket_params &params,
 
 	const uint64_t short_c = softcard_bucket_mask(state.level_c < cost);
 	const uint64_t short_e = softcard_bucket_mask(state.level_e < cost);
-	const uint64_t two_rate = softcard_bucket_mask(params.two_rate);
+	const uint64_t two_rate = static_cast<uint64_t>(int64_t{params.two_rate});
 	const uint64_t not_green =
 		short_c | (short_e & two_rate) | softcard_bucket_mask(in != RTE_COLOR_GREEN);
 	const uint64_t conforms_e = ~(short_e | softcard_bucket_mask(in == RTE_COLOR_RED));

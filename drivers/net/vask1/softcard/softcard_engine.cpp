@@ -16,17 +16,21 @@ struct held_meter {
 };
 
 static inline void
+meter_release(const struct held_meter &held)
+{
+	if (held.meter == nullptr)
+		return;
+	held.meter->state = held.state;
+	rte_spinlock_unlock(&held.meter->lock);
+}
+
+static inline void
 meter_hold(struct held_meter *held, struct softcard_meter *meter)
 {
-	if (held->meter != nullptr) {
-		held->meter->state = held->state;
-		rte_spinlock_unlock(&held->meter->lock);
-	}
+	meter_release(*held);
+	rte_spinlock_lock(&meter->lock);
 	held->meter = meter;
-	if (meter != nullptr) {
-		rte_spinlock_lock(&meter->lock);
-		held->state = meter->state;
-	}
+	held->state = meter->state;
 }
 
 static __rte_noinline void
@@ -34,14 +38,6 @@ packet_rewrite(struct softcard_meter &meter, struct rte_mbuf **pkt, enum rte_col
 {
 	if (meter.dscp_colors >> color & 1)
 		meter.rewritten += softcard_frame_dscp_write(pkt, meter.dscp[color]);
-}
-
-/* The length of packet i of a burst that a meter counts. */
-static inline uint32_t
-packet_length(const struct softcard_meter &meter, const struct softcard_burst *burst, uint16_t i)
-{
-	return rte_pktmbuf_pkt_len(burst->pkts[i]) +
-		(burst->taken_off[i] & -uint32_t{meter.original_length});
 }
 
 /* Colours and counts a packet. Hardly anything branches: this is where the time goes. */
@@ -84,22 +80,28 @@ softcard_meter_burst(int dir, struct softcard_burst *burst)
 			continue;
 		if (meter != held.meter)
 			meter_hold(&held, meter);
-		/* NOLINTNEXTLINE(clang-analyzer-core.NullDereference): one of a table */
-		if (unlikely(!meter->metering))
-			continue;
 
 		struct rte_mbuf *pkt = burst->pkts[i];
-		const uint32_t length = lengths[i] = packet_length(*meter, burst, i);
-		const enum rte_color color = unlikely(meter->color_aware)
-			? packet_color(
-				  &held, pkt, burst->now_ns[i], length, softcard_frame_color(pkt))
-			: packet_color(&held, pkt, burst->now_ns[i], length, RTE_COLOR_GREEN);
+		/* NOLINTNEXTLINE(clang-analyzer-core.NullDereference): one of a table */
+		const uint8_t flags = meter->flags;
+		const uint32_t length = lengths[i] =
+			rte_pktmbuf_pkt_len(pkt) + (burst->taken_off[i] & meter->taken_off_mask);
+		enum rte_color color;
 
+		if (flags == SOFTCARD_METER_ON) {
+			color = packet_color(&held, pkt, burst->now_ns[i], length, RTE_COLOR_GREEN);
+		} else {
+			if ((flags & SOFTCARD_METER_ON) == 0)
+				continue;
+			color = packet_color(&held, pkt, burst->now_ns[i], length,
+				flags & SOFTCARD_METER_AWARE ? softcard_frame_color(pkt)
+							     : RTE_COLOR_GREEN);
+			if (flags & SOFTCARD_METER_REWRITES)
+				packet_rewrite(*meter, &burst->pkts[i], color);
+		}
 		drop_mask |= uint64_t{meter->drop_colors >> color & 1u} << i;
-		if (unlikely(meter->dscp_colors != 0))
-			packet_rewrite(*meter, &burst->pkts[i], color);
 	}
-	meter_hold(&held, nullptr);
+	meter_release(held);
 	for (uint64_t mask = drop_mask; mask != 0; mask &= mask - 1)
 		burst->dropped_bytes += lengths[__builtin_ctzll(mask)];
 	return drop_mask;

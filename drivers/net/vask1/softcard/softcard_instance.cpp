@@ -86,16 +86,17 @@ meter_refresh(int dir, uint32_t hw_meter_id)
 	const bool metering = inst.valid && profile.valid && policy.valid;
 
 	rte_spinlock_lock(&meter.lock);
-	meter.metering = metering;
+	meter.flags = 0;
 	if (metering) {
 		/* Levels in bytes say nothing about packets, nor the other way round. */
 		if (profile.pm != meter.params.packet_mode)
 			meter_fill(meter);
-		meter.color_aware = inst.is_color_aware;
-		meter.original_length = inst.use_original_packet_length;
+		meter.taken_off_mask = inst.use_original_packet_length ? -1 : 0;
 		meter.params = softcard_bucket_params_make(profile.cir, profile.cbs, profile.eir,
 			profile.ebs, profile.pm, profile.rfc2698);
 		policy_refresh(meter, policy);
+		meter.flags = SOFTCARD_METER_ON | (inst.is_color_aware ? SOFTCARD_METER_AWARE : 0) |
+			(meter.dscp_colors != 0 ? SOFTCARD_METER_REWRITES : 0);
 		meter.state.level_c =
 			std::min(meter.state.level_c, softcard_bucket_full_c(meter.params));
 		meter.state.level_e =
@@ -121,7 +122,7 @@ meter_reset(int dir, uint32_t hw_meter_id)
 	struct softcard_meter &meter = softcard->engines[dir].meters[hw_meter_id];
 
 	rte_spinlock_lock(&meter.lock);
-	meter.metering = 0;
+	meter.flags = 0;
 	meter.state.last_ns = 0;
 	meter_fill(meter);
 	meter.rewritten = 0;
@@ -196,7 +197,7 @@ softcard_meter_copy(int dir, uint32_t hw_meter_id)
 	struct softcard_meter copy = {}; /* all but the lock, which others may be trying */
 
 	rte_spinlock_lock(&meter.lock);
-	copy.metering = meter.metering;
+	copy.flags = meter.flags;
 	copy.params = meter.params;
 	copy.state = meter.state;
 	copy.rewritten = meter.rewritten;

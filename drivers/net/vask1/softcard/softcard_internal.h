@@ -42,17 +42,23 @@ struct softcard_count {
 	uint64_t bytes;
 };
 
+/** What a meter does. With the first alone it goes the fastest way. */
+enum softcard_meter_flag : uint8_t {
+	SOFTCARD_METER_ON = 1 << 0,       /* instance, profile and policy are valid */
+	SOFTCARD_METER_AWARE = 1 << 1,    /* takes the colour that packets come with */
+	SOFTCARD_METER_REWRITES = 1 << 2, /* some colour gets another DSCP */
+};
+
 /**
  * A meter as packets use it: its profile and policy in the form that a packet needs. What a green packet
  * touches is the first cache line, what others touch besides is the second.
  */
 struct alignas(RTE_CACHE_LINE_SIZE) softcard_meter {
-	rte_spinlock_t lock;         /* guards all below */
-	uint8_t metering : 1;        /* instance, profile and policy are valid */
-	uint8_t color_aware : 1;     /* takes the colour that packets come with */
-	uint8_t original_length : 1; /* counts what was taken off a packet, too */
-	uint8_t drop_colors;         /* bit n: packets of enum rte_color n are dropped */
-	uint8_t dscp_colors;         /* bit n: packets of enum rte_color n get another DSCP */
+	rte_spinlock_t lock;   /* guards all below */
+	uint8_t flags;         /* SOFTCARD_METER_... */
+	int8_t taken_off_mask; /* -1: counts what was taken off a packet, too; or 0 */
+	uint8_t drop_colors;   /* bit n: packets of enum rte_color n are dropped */
+	uint8_t dscp_colors;   /* bit n: packets of enum rte_color n get another DSCP */
 	struct softcard_bucket_params params;
 	struct softcard_bucket_state state;
 	std::array<struct softcard_count, 3> colors; /* by enum rte_color */

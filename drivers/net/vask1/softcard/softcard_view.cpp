@@ -18,7 +18,7 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 
 	*view = {};
 	softcard_meter_inst_fill(dir, hw_meter_id, meter, &view->inst);
-	view->metering = meter.metering;
+	view->metering = (meter.flags & SOFTCARD_METER_ON) != 0;
 	view->level_c = meter.state.level_c;
 	view->level_e = meter.state.level_e;
 	view->burst_c = softcard_bucket_full_c(meter.params);
