@@ -221,7 +221,7 @@ static_assert(offsetof(union vask_flow_fields, eth) == 8 * 8);
 /* What a protocol over plain IPv4 puts into word 0: the headers' bits, and the ports if it has any. */
 struct plain_protocol {
 	uint64_t present;
-	uint64_t ports_mask;
+	uint32_t ports_mask;
 	uint32_t min_length; /* of the IPv4 packet */
 };
 
@@ -240,10 +240,10 @@ make_plain_protocols()
 	}
 	protocols[IPPROTO_UDP].present |= VASK_FLOW_HAS_UDP;
 	protocols[IPPROTO_UDP].min_length += sizeof(struct rte_udp_hdr);
-	protocols[IPPROTO_UDP].ports_mask = UINT64_C(0xffffffff) << PORTS_SHIFT;
+	protocols[IPPROTO_UDP].ports_mask = UINT32_MAX;
 	protocols[IPPROTO_TCP].present |= VASK_FLOW_HAS_TCP;
 	protocols[IPPROTO_TCP].min_length += sizeof(struct rte_tcp_hdr);
-	protocols[IPPROTO_TCP].ports_mask = UINT64_C(0xffffffff) << PORTS_SHIFT;
+	protocols[IPPROTO_TCP].ports_mask = UINT32_MAX;
 	for (struct plain_protocol &protocol : protocols)
 		protocol.present <<= PRESENT_SHIFT;
 	return protocols;
@@ -270,10 +270,17 @@ read_plain(const struct rte_mbuf *pkt, struct vask_flow_frame *frame)
 	if (rte_be_to_cpu_16(ipv4->total_length) < protocol.min_length)
 		return false;
 	frame->word0 = protocol.present |
-		(static_cast<uint64_t>(load32(p + L4_AT)) << PORTS_SHIFT & protocol.ports_mask);
+		static_cast<uint64_t>(load32(p + L4_AT) & protocol.ports_mask) << PORTS_SHIFT;
 	frame->base = p;
 	frame->plain = 1;
 	return true;
+}
+
+static __rte_noinline void
+read_image(const struct rte_mbuf *pkt, union vask_flow_fields *image, struct vask_flow_frame *frame)
+{
+	vask_flow_fields_read(pkt, image);
+	*frame = vask_flow_frame_of(image);
 }
 
 void
@@ -281,8 +288,6 @@ vask_flow_frames_read(struct rte_mbuf *const *pkts, uint16_t n, union vask_flow_
 	struct vask_flow_frame *frames)
 {
 	for (uint16_t i = 0; i < n; i++)
-		if (unlikely(!read_plain(pkts[i], &frames[i]))) {
-			vask_flow_fields_read(pkts[i], &images[i]);
-			frames[i] = vask_flow_frame_of(&images[i]);
-		}
+		if (unlikely(!read_plain(pkts[i], &frames[i])))
+			read_image(pkts[i], &images[i], &frames[i]);
 }

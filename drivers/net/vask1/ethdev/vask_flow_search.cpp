@@ -1,6 +1,4 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
-#include <array>
-
 #include <rte_mbuf.h>
 #include <rte_prefetch.h>
 
@@ -80,18 +78,6 @@ send_to(struct softcard_burst *burst, uint16_t i, uint16_t to, struct vask_flow_
 	burst->tag[i] = to;
 }
 
-static constexpr std::array<uint8_t, SOFTCARD_BURST_MAX>
-make_every_index()
-{
-	std::array<uint8_t, SOFTCARD_BURST_MAX> index = {};
-
-	for (size_t i = 0; i < index.size(); i++)
-		index[i] = i;
-	return index;
-}
-
-static constexpr std::array<uint8_t, SOFTCARD_BURST_MAX> every_index = make_every_index();
-
 /* The first rule in rank for each frame, or null. */
 static void
 search(const struct vask_flow_view *view, const struct vask_flow_frame *frames, uint16_t n,
@@ -99,9 +85,7 @@ search(const struct vask_flow_view *view, const struct vask_flow_frame *frames, 
 {
 	uint8_t index[SOFTCARD_BURST_MAX];
 
-	for (uint16_t i = 0; i < n; i++)
-		best[i] = nullptr;
-	vask_flow_tuple_search(view->entry[0].tuple, frames, every_index.data(), n, best);
+	vask_flow_tuple_search_all(view->entry[0].tuple, frames, n, best);
 	for (uint32_t t = 1; t < view->n; t++) {
 		const uint64_t rank = view->entry[t].best_rank;
 		uint16_t left = 0;

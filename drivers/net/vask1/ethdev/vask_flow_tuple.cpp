@@ -222,10 +222,13 @@ search_hash(const struct vask_flow_tuple *tuple, const void **keys, hash_sig_t *
 	}
 }
 
-/* In the searches N is the tuple's number of words, or 0 for any. */
+/*
+ * In the searches N is the tuple's number of words, or 0 for any. ALL: every frame takes part, `index` is not
+ * read, and what `best` holds neither.
+ */
 
 /* A tuple of one slot, and so of one key: nothing to hash, no key to be made. */
-template <uint32_t N>
+template <uint32_t N, bool ALL>
 static void
 search_one(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
 	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
@@ -233,22 +236,28 @@ search_one(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *fr
 	const uint32_t n_words = N != 0 ? N : tuple->n_words;
 	struct vask_flow_line *line = tuple->slots[0].load(std::memory_order_acquire);
 
-	if (line == nullptr)
+	if (line == nullptr) {
+		if (ALL)
+			std::fill_n(best, n, nullptr);
 		return;
+	}
 	for (uint16_t k = 0; k < n; k++) {
-		const struct vask_flow_frame *frame = &frames[index[k]];
+		const uint16_t i = ALL ? k : index[k];
+		const struct vask_flow_frame *frame = &frames[i];
 		uint64_t diff = (frame->word0 & tuple->mask[0]) ^ line->key[0];
 
 		for (uint32_t w = 1; w < n_words; w++)
 			diff |= (load_word(frame->base + tuple->offset[w][frame->plain]) &
 					tuple->mask[w]) ^
 				line->key[w];
-		if (diff == 0)
-			offer(line, &best[index[k]]);
+		if (ALL)
+			best[i] = diff == 0 ? line : nullptr;
+		else if (diff == 0)
+			offer(line, &best[i]);
 	}
 }
 
-template <uint32_t N>
+template <uint32_t N, bool ALL>
 static void
 search_slots(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
 	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
@@ -265,43 +274,65 @@ search_slots(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *
 	uint16_t n_missed = 0;
 
 	for (uint16_t k = 0; k < n; k++) {
-		make_key(tuple, n_words, &frames[index[k]], &key[k * key_words]);
+		make_key(tuple, n_words, &frames[ALL ? k : index[k]], &key[k * key_words]);
 		sigs[k] = hash_key(&key[k * key_words], n_words);
 		lines[k] = slots[sigs[k] & slot_mask].load(std::memory_order_acquire);
 		rte_prefetch0(lines[k]);
 	}
 	for (uint16_t k = 0; k < n; k++) {
+		const uint16_t i = ALL ? k : index[k];
+
 		if (lines[k] != nullptr && same_key(lines[k]->key, &key[k * key_words], n_words)) {
-			offer(lines[k], &best[index[k]]);
+			if (ALL)
+				best[i] = lines[k];
+			else
+				offer(lines[k], &best[i]);
 			continue;
 		}
+		if (ALL)
+			best[i] = nullptr;
 		missed_keys[n_missed] = &key[k * key_words];
 		sigs[n_missed] = sigs[k];
-		missed[n_missed++] = index[k];
+		missed[n_missed++] = i;
 	}
 	if (n_missed != 0 && tuple->hash != nullptr)
 		search_hash(tuple, missed_keys, sigs, missed, n_missed, best);
 }
 
-template <uint32_t N>
+template <bool ALL, uint32_t N>
+static void
+search_words(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
+	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
+{
+	if (tuple->slot_mask == 0)
+		search_one<N, ALL>(tuple, frames, index, n, best);
+	else
+		search_slots<N, ALL>(tuple, frames, index, n, best);
+}
+
+template <bool ALL>
 static void
 search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
 	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
 {
-	if (tuple->slot_mask == 0)
-		search_one<N>(tuple, frames, index, n, best);
+	if (tuple->n_words == 1)
+		search_words<ALL, 1>(tuple, frames, index, n, best);
+	else if (tuple->n_words == 2)
+		search_words<ALL, 2>(tuple, frames, index, n, best);
 	else
-		search_slots<N>(tuple, frames, index, n, best);
+		search_words<ALL, 0>(tuple, frames, index, n, best);
+}
+
+void
+vask_flow_tuple_search_all(const struct vask_flow_tuple *tuple,
+	const struct vask_flow_frame *frames, uint16_t n, struct vask_flow_line **best)
+{
+	search<true>(tuple, frames, nullptr, n, best);
 }
 
 void
 vask_flow_tuple_search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
 	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
 {
-	if (tuple->n_words == 1)
-		search<1>(tuple, frames, index, n, best);
-	else if (tuple->n_words == 2)
-		search<2>(tuple, frames, index, n, best);
-	else
-		search<0>(tuple, frames, index, n, best);
+	search<false>(tuple, frames, index, n, best);
 }
