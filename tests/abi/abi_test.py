@@ -8,8 +8,9 @@ import re
 import subprocess
 import unittest
 
-# asked for by position-independent code itself, and not on every machine
-OF_THE_LINKER = {"_GLOBAL_OFFSET_TABLE_", "__tls_get_addr"}
+# asked for by position-independent code itself, and not on every machine; clang's name for a memcmp() that only
+# asks whether
+OF_THE_COMPILER = {"_GLOBAL_OFFSET_TABLE_", "__tls_get_addr", "bcmp"}
 HERE = pathlib.Path(__file__).resolve().parent
 
 
@@ -31,7 +32,7 @@ class Symbols(unittest.TestCase):
     def test_the_module_asks_for_exactly_the_seam_libc_and_dpdk(self):
         archive = os.environ["VASK_MODULE"]
         asked = symbols("--undefined-only", archive) - symbols("--defined-only", "--extern-only", archive)
-        self.assertEqual(sorted(asked - OF_THE_LINKER), sorted(listed("vask_p4_meter.undefined")))
+        self.assertEqual(sorted(asked - OF_THE_COMPILER), sorted(listed("vask_p4_meter.undefined")))
 
     def test_the_plugin_exports_exactly_the_listed_names_and_the_calls_of_its_header(self):
         header = HERE.parents[1] / "drivers/net/vask1/rte_pmd_net_vask1.h"
