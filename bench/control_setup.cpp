@@ -125,7 +125,7 @@ count_line(void *, const char *text, size_t size)
 	constexpr std::string_view head = "[offload_smartnic]";
 	std::string_view rest(text, size);
 
-	for (size_t at = 0; (at = rest.find(head, at)) != rest.npos; at += head.size())
+	for (size_t at = 0; (at = rest.find(head, at)) != std::string_view::npos; at += head.size())
 		lines++;
 	return size;
 }

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <unistd.h>
@@ -34,12 +35,11 @@ must(bool good, const char *what)
 static double
 resident_bytes()
 {
-	unsigned long pages = 0;
-	FILE *file = fopen("/proc/self/statm", "r");
+	std::ifstream statm("/proc/self/statm");
+	unsigned long all = 0, resident = 0;
 
-	must(file != nullptr && fscanf(file, "%*u %lu", &pages) == 1, "/proc/self/statm");
-	fclose(file);
-	return static_cast<double>(pages) * getpagesize();
+	must(!(statm >> all >> resident).fail(), "/proc/self/statm");
+	return static_cast<double>(resident) * getpagesize();
 }
 
 struct cost {
@@ -111,6 +111,7 @@ main()
 		"256", "--no-telemetry", "--file-prefix=bench" + std::to_string(getpid())};
 	std::vector<char *> argv;
 
+	argv.reserve(args.size());
 	for (std::string &arg : args)
 		argv.push_back(arg.data());
 	must(rte_eal_init(static_cast<int>(argv.size()), argv.data()) >= 0, "rte_eal_init");

@@ -50,9 +50,9 @@ vask_p4_indexstack_create(uint32_t capacity, VASK_P4_INDEXSTACK_MANAGER **manage
 }
 
 int
-vask_p4_indexstack_alloc(VASK_P4_INDEXSTACK_MANAGER *pool, uint32_t *pindex, uint32_t /*count*/)
+vask_p4_indexstack_alloc(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t *pindex, uint32_t /*count*/)
 {
-	auto &indexes = free_indexes(pool);
+	auto &indexes = free_indexes(manager);
 
 	if (indexes.empty())
 		return -1;
@@ -62,24 +62,24 @@ vask_p4_indexstack_alloc(VASK_P4_INDEXSTACK_MANAGER *pool, uint32_t *pindex, uin
 }
 
 int
-vask_p4_indexstack_free(VASK_P4_INDEXSTACK_MANAGER *pool, uint32_t index, uint32_t /*count*/)
+vask_p4_indexstack_free(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint32_t /*count*/)
 {
-	free_indexes(pool).push_back(index);
+	free_indexes(manager).push_back(index);
 	return 0;
 }
 
 int
-vask_p4_indexstack_set(VASK_P4_INDEXSTACK_MANAGER *pool, uint32_t index, uint32_t /*count*/)
+vask_p4_indexstack_set(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint32_t /*count*/)
 {
-	std::erase(free_indexes(pool), index);
+	std::erase(free_indexes(manager), index);
 	return 0;
 }
 
 void
-vask_p4_indexstack_destroy(VASK_P4_INDEXSTACK_MANAGER *pool)
+vask_p4_indexstack_destroy(VASK_P4_INDEXSTACK_MANAGER *manager)
 {
-	delete &free_indexes(pool);
-	delete pool;
+	delete &free_indexes(manager);
+	delete manager;
 }
 
 /* The card. */

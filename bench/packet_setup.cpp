@@ -57,6 +57,7 @@ packet_eal_init()
 		"--vdev=net_null4" + size};
 	std::vector<char *> argv;
 
+	argv.reserve(args.size());
 	for (std::string &arg : args)
 		argv.push_back(arg.data());
 	must(rte_eal_init(static_cast<int>(argv.size()), argv.data()) >= 0, "rte_eal_init");

@@ -22,6 +22,7 @@ control_port_init()
 	const struct rte_eth_conf conf = {};
 	std::vector<char *> argv;
 
+	argv.reserve(args.size());
 	for (std::string &arg : args)
 		argv.push_back(arg.data());
 	if (rte_eal_init(static_cast<int>(argv.size()), argv.data()) < 0 ||
