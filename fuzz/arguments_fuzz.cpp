@@ -114,7 +114,7 @@ LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 	Input in(data, size);
 	const size_t why_size = 1 + in.Byte();
 	/* as an application's string ends */
-	const std::string text = in.Text().c_str();
+	const std::string all = in.Text(), text = all.substr(0, all.find('\0'));
 	/* on the heap, so that a sanitizer sees its ends */
 	const auto args = std::make_unique<vask_args>(), again = std::make_unique<vask_args>();
 

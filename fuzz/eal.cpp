@@ -21,6 +21,7 @@ fuzz_eal_init()
 		"--log-level=emergency", "--file-prefix=fuzz" + std::to_string(getpid())};
 	std::vector<char *> argv;
 
+	argv.reserve(args.size());
 	for (std::string &arg : args)
 		argv.push_back(arg.data());
 	FUZZ_CHECK(rte_eal_init(static_cast<int>(argv.size()), argv.data()) >= 0);

@@ -91,7 +91,7 @@ class Input
 	/** All that is left, as text. */
 	std::string Text()
 	{
-		const std::string text(at_, end_);
+		std::string text(at_, end_);
 
 		at_ = end_;
 		return text;

@@ -28,7 +28,7 @@ rte_mempool *Pool();
  * A pool for the frames that this thread makes, instead of that one; null: that one again. A thread
  * sanitizer does not see how a pool hands a buffer from one thread to another.
  */
-void UsePool(rte_mempool *pool);
+void UsePool(rte_mempool *own);
 
 /* Buffers of the pool in use. */
 unsigned InUse();

@@ -213,7 +213,7 @@ Matches(const Rule &rule, const Headers &h)
 		switch (item->type) {
 		case RTE_FLOW_ITEM_TYPE_ETH:
 			ok = Agrees(h.eth, *item, Ones(14, 0, 12)) &&
-				FlagAgrees<rte_flow_item_eth>(*item, h.tags.size() > 0,
+				FlagAgrees<rte_flow_item_eth>(*item, !h.tags.empty(),
 					[](const rte_flow_item_eth &i) { return i.has_vlan; });
 			break;
 		case RTE_FLOW_ITEM_TYPE_VLAN: {

@@ -160,7 +160,7 @@ class Tables
 	void Remove(rte_flow *rule);
 
 	Verdict Classify(const std::vector<rte_mbuf *> &pkts, uint16_t queue = 0,
-		int dir = VASK_P4_MEP_INGRESS)
+		int dir = VASK_P4_MEP_INGRESS) const
 	{
 		return vask_test::Classify(port, pkts, queue, dir);
 	}

@@ -2,6 +2,8 @@
 #include "port_test.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
@@ -352,6 +354,21 @@ PortTest::add_meter_rule(uint16_t port, uint8_t protocol, uint32_t meter, bool e
 	const struct rte_flow_action_meter conf = {meter};
 
 	return add_rule(port, protocol, {RTE_FLOW_ACTION_TYPE_METER, &conf}, egress);
+}
+
+unsigned
+PortTest::seconds(const char *variable, unsigned otherwise)
+{
+	const char *text = getenv(variable);
+	unsigned asked = otherwise;
+
+	if (text != nullptr) {
+		const char *end = text + strlen(text);
+		const auto [last, failure] = std::from_chars(text, end, asked);
+		EXPECT_TRUE(failure == std::errc() && last == end)
+			<< variable << ": \"" << text << "\": accepted are whole seconds";
+	}
+	return asked;
 }
 
 uint64_t

@@ -91,6 +91,9 @@ class PortTest : public ::testing::Test
 
 	uint64_t xstat(uint16_t port, const std::string &name);
 
+	/** Whole seconds that a variable of the environment asks for; without it, so many. */
+	static unsigned seconds(const char *variable, unsigned otherwise);
+
 	/** The driver's log since the last call. */
 	std::string log();
 

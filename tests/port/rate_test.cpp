@@ -5,8 +5,6 @@
  */
 #include "port_test.h"
 
-#include <cstdlib>
-
 namespace vask_test
 {
 
@@ -17,9 +15,7 @@ class Rate : public PortTest, public ::testing::WithParamInterface<uint64_t>
       protected:
 	static uint64_t duration_ns()
 	{
-		const char *seconds = getenv("VASK_RATE_SECONDS");
-
-		return S * static_cast<uint64_t>(seconds != nullptr ? atoi(seconds) : 1);
+		return S * seconds("VASK_RATE_SECONDS", 1);
 	}
 };
 
@@ -27,7 +23,8 @@ TEST_P(Rate, IsLetThroughWithinOnePercentOfWhatTheCardHolds)
 {
 	constexpr uint16_t BURST = 64, LENGTH = 1500;
 	const uint64_t asked = GetParam() / 8;
-	const double held = static_cast<double>(asked / 8000 * 8000);
+	const uint64_t units = asked / 8000;
+	const double held = static_cast<double>(units) * 8000;
 	struct rte_mbuf *pkts[BURST];
 	uint64_t first = 0, now = 0, passed = 0;
 	Wire wire = make_wire("wire", 1, 256);

@@ -5,8 +5,6 @@
  */
 #include "port_test.h"
 
-#include <cstdlib>
-
 #include <rte_mbuf_dyn.h>
 
 #include "softcard_shaper.h"
@@ -171,9 +169,7 @@ class ShaperRate : public Shapers, public ::testing::WithParamInterface<uint64_t
 
 	static uint64_t duration_ns()
 	{
-		const char *seconds = getenv("VASK_RATE_SECONDS");
-
-		return S * static_cast<uint64_t>(seconds != nullptr ? atoi(seconds) : 1);
+		return S * seconds("VASK_RATE_SECONDS", 1);
 	}
 
 	/*
@@ -229,7 +225,8 @@ class ShaperRate : public Shapers, public ::testing::WithParamInterface<uint64_t
 TEST_P(ShaperRate, ReceivedPacketsLeaveWithinOnePercentOfTheSchedulersRegister)
 {
 	/* 8 % more than the committed rate, in whole 100 kbit/s */
-	const double held = static_cast<double>(GetParam() * 108 / 100 / 100000 * 100000) / 8;
+	const uint64_t units = GetParam() * 108 / 100 / 100000;
+	const double held = static_cast<double>(units) * 100000 / 8;
 	struct rte_mbuf *pkts[BURST];
 
 	up("", RECEIVE, GetParam() / 8);
@@ -255,7 +252,8 @@ TEST_P(ShaperRate, ReceivedPacketsLeaveWithinOnePercentOfTheSchedulersRegister)
 
 TEST_P(ShaperRate, SentPacketsLeaveWithinOnePercentOfThePortsRegister)
 {
-	const double held = static_cast<double>(GetParam() / 1000 * 1000) / 8; /* kbit/s */
+	const uint64_t units = GetParam() / 1000; /* kbit/s */
+	const double held = static_cast<double>(units) * 1000 / 8;
 	struct rte_mbuf *pkts[BURST];
 
 	up("", TRANSMIT, GetParam() / 8);

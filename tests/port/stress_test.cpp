@@ -61,9 +61,7 @@ class Stress : public PortTest
 
 	static std::chrono::seconds duration()
 	{
-		const char *seconds = getenv("VASK_STRESS_SECONDS");
-
-		return std::chrono::seconds(seconds != nullptr ? atoi(seconds) : 2);
+		return std::chrono::seconds(seconds("VASK_STRESS_SECONDS", 2));
 	}
 
 	/* Frames of UDP and TCP in turn, through the port and out again, until told to stop. */
