@@ -72,7 +72,7 @@ while [ $# -gt 0 ]; do
 	--valgrind)
 		packages+=(valgrind)
 		patience=60
-		export VASK_RANDOM_CALLS=${VASK_RANDOM_CALLS:-250}
+		export VASK_RANDOM_CALLS=${VASK_RANDOM_CALLS:-1000}
 		wrapper=(--wrapper "valgrind --quiet --error-exitcode=1 --leak-check=full
 			--show-leak-kinds=definite,possible --suppressions=$PWD/tests/valgrind.supp")
 		select=(--suite unit --suite layout --suite card)
