@@ -51,7 +51,7 @@ struct World {
 	uint32_t next = 1;
 	std::map<uint32_t, Known> received, sent; /* what is under way */
 	uint32_t last[FUZZ_QUEUES] = {};          /* the latest packet out of each queue */
-	uint64_t in[2] = {}, out[2] = {};
+	uint64_t in[2] = {}, out[2] = {}, out_bytes[2] = {};
 };
 
 uint64_t
@@ -139,6 +139,7 @@ Receive(World *world, uint16_t queue)
 		/* in order, but that packets of other queues come in between */
 		FUZZ_CHECK(world->diverts || number > world->last[queue]);
 		world->last[queue] = number;
+		world->out_bytes[0] += pkts[i]->pkt_len;
 		CheckOut(*world, &world->received, pkts[i], true);
 		rte_pktmbuf_free(pkts[i]);
 	}
@@ -153,6 +154,7 @@ TakeSent(World *world)
 
 	for (struct rte_ring *ring : world->port->wire.tx)
 		while (rte_ring_dequeue(ring, &m) == 0) {
+			world->out_bytes[1] += static_cast<struct rte_mbuf *>(m)->pkt_len;
 			CheckOut(*world, &world->sent, static_cast<struct rte_mbuf *>(m), false);
 			rte_pktmbuf_free(static_cast<struct rte_mbuf *>(m));
 			world->out[1]++;
@@ -239,6 +241,7 @@ CheckAccounts(World *world)
 
 	FUZZ_CHECK(rte_eth_stats_get(id, &stats) == 0);
 	FUZZ_CHECK(stats.ipackets == world->out[0] && stats.opackets == world->out[1]);
+	FUZZ_CHECK(stats.ibytes == world->out_bytes[0] && stats.obytes == world->out_bytes[1]);
 	FUZZ_CHECK(world->in[0] == world->out[0] + Dropped(id, "rx"));
 	FUZZ_CHECK(world->in[1] == world->out[1] + Dropped(id, "tx"));
 	FUZZ_CHECK(rte_mempool_in_use_count(pool) == 0);

@@ -25,6 +25,24 @@ class Bursts : public PortTest
 		ASSERT_EQ(start(port_, queues, rx_offloads), 0);
 	}
 
+	/* Frames of 700 bytes, 710, 720... */
+	static std::vector<Frame> growing(uint16_t n)
+	{
+		std::vector<Frame> frames(n);
+
+		for (uint16_t i = 0; i < n; i++)
+			frames[i].length = 700 + 10 * i;
+		return frames;
+	}
+	void expect_sent(uint64_t packets, uint64_t bytes)
+	{
+		struct rte_eth_stats counts;
+
+		ASSERT_EQ(rte_eth_stats_get(port_, &counts), 0);
+		EXPECT_EQ(counts.opackets, packets);
+		EXPECT_EQ(counts.obytes, bytes);
+	}
+
 	Wire wire_;
 	uint16_t port_ = 0;
 };
@@ -64,19 +82,27 @@ TEST_F(Bursts, PacketsThatTheUplinkHasNoRoomForWaitAndAreMeteredOnce)
 	ASSERT_NE(add_meter_rule(port_, 0, 9, true), nullptr);
 
 	/* 16 packets fill the wire; the burst was metered whole, so the rest of it waits in the queue */
-	EXPECT_EQ(send(port_, std::vector<Frame>(40, Frame{.length = 1000})), 40);
-	EXPECT_EQ(send(port_, std::vector<Frame>(40, Frame{.length = 1000})), 0);
+	EXPECT_EQ(send(port_, growing(40)), 40);
+	EXPECT_EQ(send(port_, growing(40)), 0);
+	expect_sent(16, 16 * 700 + 10 * 120); /* 0 + 1 + ... + 15 */
 	size_t n = sent(wire_).size();
 	EXPECT_EQ(n, 16u);
 	while (rte_eth_tx_burst(port_, 0, nullptr, 0), rte_ring_count(wire_.tx[0]) > 0)
 		n += sent(wire_).size();
 	EXPECT_EQ(n, 40u);
 	EXPECT_EQ(stats(port_, 9).n_pkts_dropped, 0u);
+	expect_sent(40, 40 * 700 + 10 * 780); /* 0 + 1 + ... + 39 */
+}
 
-	struct rte_eth_stats counts;
-	ASSERT_EQ(rte_eth_stats_get(port_, &counts), 0);
-	EXPECT_EQ(counts.opackets, 40u);
-	EXPECT_EQ(counts.obytes, 40000u);
+TEST_F(Bursts, PacketsThatTheUplinkHasNoRoomForStayTheCallersWhereNothingLooksAtThem)
+{
+	wire_ = make_wire("wire", 1, 16);
+	ASSERT_EQ(probe("net_vask1_0", "uplink=net_ring_wire"), 0);
+	port_ = port_of("net_vask1_0");
+	ASSERT_EQ(start(port_, 1, 0), 0);
+	EXPECT_EQ(send(port_, growing(40)), 16);
+	expect_sent(16, 16 * 700 + 10 * 120);
+	EXPECT_EQ(sent(wire_).size(), 16u);
 }
 
 TEST_F(Bursts, TransmitMeterDropsWhatItDropsAndCountsItAsTaken)
@@ -114,7 +140,9 @@ TEST_F(Bursts, QueueActionSendsPacketsToTheOtherQueueAfterMetering)
 	ASSERT_NE(add_rule(port_, IPPROTO_UDP, {RTE_FLOW_ACTION_TYPE_QUEUE, &to_1}), nullptr)
 		<< flow_error.message;
 	for (int i = 0; i < 60; i++)
-		put(wire_, {.protocol = i % 3 ? IPPROTO_TCP : IPPROTO_UDP});
+		put(wire_,
+			i % 3 ? Frame{.length = 200, .protocol = IPPROTO_TCP}
+			      : Frame{.length = 300, .protocol = IPPROTO_UDP});
 	EXPECT_EQ(receive(port_, 0).size(), 40u);
 	const auto moved = receive(port_, 1);
 	ASSERT_EQ(moved.size(), 20u);
@@ -124,6 +152,7 @@ TEST_F(Bursts, QueueActionSendsPacketsToTheOtherQueueAfterMetering)
 	struct rte_eth_stats counts;
 	ASSERT_EQ(rte_eth_stats_get(port_, &counts), 0);
 	EXPECT_EQ(counts.ipackets, 60u);
+	EXPECT_EQ(counts.ibytes, 40 * 200u + 20 * 300u);
 	EXPECT_EQ(xstat(port_, "rx_q0_packets"), 40u);
 	EXPECT_EQ(xstat(port_, "rx_q1_packets"), 20u);
 }

@@ -11,7 +11,8 @@ struct alignas(RTE_CACHE_LINE_SIZE) vask_flow_line_chunk {
 	STAILQ_ENTRY(vask_flow_line_chunk) next;
 };
 
-static_assert(sizeof(struct vask_flow_line) == RTE_CACHE_LINE_SIZE, "and half of it is key");
+static_assert(
+	sizeof(struct vask_flow_line) == RTE_CACHE_LINE_SIZE, "and what is left of it is key");
 static_assert(offsetof(struct vask_flow_line, key) + VASK_FLOW_KEY_WORDS * sizeof(uint64_t) <=
 	2 * RTE_CACHE_LINE_SIZE);
 

@@ -35,8 +35,8 @@ struct vask_meter_ref {
 LIST_HEAD(ref_list, vask_meter_ref);
 
 /*
- * A chain for each value of the key's hash. An rte_hash would do as well, but its lookup, insertion and
- * deletion cost more than all that the meter module does to create a meter.
+ * Chains, by the key's hash. An rte_hash would do as well, but its lookup, insertion and deletion cost more than
+ * all that the meter module does to create a meter.
  */
 static std::array<struct ref_list, 4096> chains;
 static struct ref_list free_refs;
@@ -72,9 +72,9 @@ find_ref(const struct ref_key &key)
 {
 	struct vask_meter_ref *ref;
 
-	LIST_FOREACH(ref, chain_of(key), next)
-	if (ref->key.meter_id == key.meter_id && ref->key.index == key.index)
-		return ref;
+	LIST_FOREACH (ref, chain_of(key), next)
+		if (ref->key.meter_id == key.meter_id && ref->key.index == key.index)
+			return ref;
 	return nullptr;
 }
 
@@ -270,9 +270,9 @@ refresh_meters_0()
 		enter_index(find_ref(key_of(node)), node);
 	}
 	for (struct ref_list &chain : chains)
-		LIST_FOREACH(ref, &chain, next)
-	if (ref->key.meter_id == 0 && !held[ref->key.index])
-		gone = ref;
+		LIST_FOREACH (ref, &chain, next)
+			if (ref->key.meter_id == 0 && !held[ref->key.index])
+				gone = ref;
 	if (gone != nullptr)
 		refresh(gone, nullptr, true);
 }

@@ -195,7 +195,10 @@ rx_shaped(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 	return n;
 }
 
-/* Hands packets to the uplink. Returns how many it took; the others stay the caller's. */
+/*
+ * Hands packets to the uplink. Returns how many it took; the others stay the caller's, as long as they were: no
+ * offload that lengthens packets is offered.
+ */
 uint16_t
 tx_send(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
 {
@@ -253,6 +256,8 @@ tx_policed(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16
 		softcard_queue_put(q->shaper, b->pkts, b->now_ns, b->n);
 		return tx_shaped(q, uplink, false);
 	}
+	if (b->n == 0)
+		return true;
 	const uint16_t sent = tx_send(q, uplink, b->pkts, b->n);
 	q->due.first = 0;
 	q->due.n = b->n - sent;
