@@ -73,7 +73,7 @@ vask_flow_classify(const struct vask_port *port, uint16_t queue, int dir,
 	out->metered = true;
 	for (uint16_t i = 0; i < burst->n; i++)
 		burst->hw_meter_id[i] = port_meter;
-	vask_flow_state_classify(port->flow[dir], queue, burst, out);
+	vask_flow_state_classify(port->flow[dir], queue, softcard_meters(dir), burst, out);
 }
 
 #endif /* VASK_FLOW_H */

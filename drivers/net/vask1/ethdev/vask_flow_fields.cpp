@@ -1,6 +1,5 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <netinet/in.h>
 #include <netinet/ip.h>
@@ -16,7 +15,6 @@ constexpr uint16_t TPID_QINQ = RTE_BE16(RTE_ETHER_TYPE_QINQ);
 constexpr uint16_t TPID_QINQ1 = RTE_BE16(RTE_ETHER_TYPE_QINQ1);
 
 /* offset of a fragment other than 0, or more to follow */
-constexpr uint16_t IPV4_FRAGMENT = RTE_BE16(RTE_IPV4_HDR_OFFSET_MASK | RTE_IPV4_HDR_MF_FLAG);
 constexpr uint16_t IPV6_FRAGMENT = RTE_BE16(0xfff9);
 
 constexpr uint8_t IPV6_VERSION = 6;
@@ -79,7 +77,7 @@ read_ipv4(const uint8_t *p, uint32_t off, uint32_t len, union vask_flow_fields *
 	if (header < sizeof(*ipv4) || total < header)
 		return 0;
 	memcpy(&f->ipv4, ipv4, sizeof(f->ipv4));
-	if ((ipv4->fragment_offset & IPV4_FRAGMENT) != 0)
+	if ((ipv4->fragment_offset & VASK_FLOW_IPV4_FRAGMENT) != 0)
 		return VASK_FLOW_HAS_IPV4;
 	return VASK_FLOW_HAS_IPV4 |
 		read_l4(p, off + header, std::min(len, off + total), ipv4->next_proto_id, f);
@@ -195,99 +193,4 @@ vask_flow_fields_read(const struct rte_mbuf *pkt, union vask_flow_fields *f)
 	/* the word that every key has a part in */
 	f->word[0] = 0;
 	f->present = p == nullptr ? 0 : read_headers(static_cast<const uint8_t *>(p), len, f);
-}
-
-constexpr uint8_t IPV4_AT = sizeof(struct rte_ether_hdr);
-constexpr uint8_t L4_AT = IPV4_AT + sizeof(struct rte_ipv4_hdr);
-constexpr uint8_t L4_REST_AT = L4_AT + sizeof(vask_flow_fields::l4_ports);
-constexpr uint8_t PLAIN_LENGTH = L4_AT + sizeof(struct rte_tcp_hdr);
-/* EtherType, and the first byte of an IPv4 header without options: version 4, five words */
-constexpr uint32_t IPV4_NO_OPTIONS = 0x45;
-constexpr uint32_t PLAIN_TYPE = RTE_BE32(RTE_ETHER_TYPE_IPV4 << 16 | IPV4_NO_OPTIONS << 8);
-constexpr uint32_t PLAIN_TYPE_MASK = RTE_BE32(0xffffff00);
-constexpr uint8_t ANYWHERE = 0; /* a plain frame has no such field, and no key asks for it */
-
-const uint8_t vask_flow_offsets[2][VASK_FLOW_WORDS] = {
-	{0, 8, 16, 24, 32, 40, 48, 56, 64, 72, 80},
-	/* 4 bytes and the IPv4 header, the rest of IPv6, behind the ports, Ethernet, tags */
-	{ANYWHERE, IPV4_AT - 4, IPV4_AT + 4, IPV4_AT + 12, ANYWHERE, ANYWHERE, L4_REST_AT,
-		L4_REST_AT + 8, 0, 8, ANYWHERE},
-};
-
-static_assert(offsetof(union vask_flow_fields, ipv4) == 8 + 4);
-static_assert(offsetof(union vask_flow_fields, l4_rest) == 6 * 8);
-static_assert(offsetof(union vask_flow_fields, eth) == 8 * 8);
-
-/* What a protocol over plain IPv4 puts into word 0: the headers' bits, and the ports if it has any. */
-struct plain_protocol {
-	uint64_t present;
-	uint32_t ports_mask;
-	uint32_t min_length; /* of the IPv4 packet */
-};
-
-constexpr bool LITTLE_ENDIAN_HOST = RTE_BYTE_ORDER == RTE_LITTLE_ENDIAN;
-constexpr unsigned PRESENT_SHIFT = LITTLE_ENDIAN_HOST ? 0 : 48;
-constexpr unsigned PORTS_SHIFT = LITTLE_ENDIAN_HOST ? 32 : 0;
-
-static constexpr std::array<struct plain_protocol, 256>
-make_plain_protocols()
-{
-	std::array<struct plain_protocol, 256> protocols = {};
-
-	for (struct plain_protocol &protocol : protocols) {
-		protocol.present = VASK_FLOW_HAS_ETH | VASK_FLOW_HAS_IPV4;
-		protocol.min_length = sizeof(struct rte_ipv4_hdr);
-	}
-	protocols[IPPROTO_UDP].present |= VASK_FLOW_HAS_UDP;
-	protocols[IPPROTO_UDP].min_length += sizeof(struct rte_udp_hdr);
-	protocols[IPPROTO_UDP].ports_mask = UINT32_MAX;
-	protocols[IPPROTO_TCP].present |= VASK_FLOW_HAS_TCP;
-	protocols[IPPROTO_TCP].min_length += sizeof(struct rte_tcp_hdr);
-	protocols[IPPROTO_TCP].ports_mask = UINT32_MAX;
-	for (struct plain_protocol &protocol : protocols)
-		protocol.present <<= PRESENT_SHIFT;
-	return protocols;
-}
-
-/* A table, because the protocol may change from packet to packet and a branch would be mispredicted. */
-static constexpr std::array<struct plain_protocol, 256> plain_protocols = make_plain_protocols();
-
-static inline bool
-read_plain(const struct rte_mbuf *pkt, struct vask_flow_frame *frame)
-{
-	const uint8_t *p = rte_pktmbuf_mtod(pkt, const uint8_t *);
-	const struct rte_ipv4_hdr *ipv4 =
-		reinterpret_cast<const struct rte_ipv4_hdr *>(p + IPV4_AT);
-
-	if (pkt->data_len < PLAIN_LENGTH ||
-		(load32(p + offsetof(struct rte_ether_hdr, ether_type)) & PLAIN_TYPE_MASK) !=
-			PLAIN_TYPE ||
-		(ipv4->fragment_offset & IPV4_FRAGMENT) != 0)
-		return false;
-
-	const struct plain_protocol &protocol = plain_protocols[ipv4->next_proto_id];
-
-	if (rte_be_to_cpu_16(ipv4->total_length) < protocol.min_length)
-		return false;
-	frame->word0 = protocol.present |
-		static_cast<uint64_t>(load32(p + L4_AT) & protocol.ports_mask) << PORTS_SHIFT;
-	frame->base = p;
-	frame->plain = 1;
-	return true;
-}
-
-static __rte_noinline void
-read_image(const struct rte_mbuf *pkt, union vask_flow_fields *image, struct vask_flow_frame *frame)
-{
-	vask_flow_fields_read(pkt, image);
-	*frame = vask_flow_frame_of(image);
-}
-
-void
-vask_flow_frames_read(struct rte_mbuf *const *pkts, uint16_t n, union vask_flow_fields *images,
-	struct vask_flow_frame *frames)
-{
-	for (uint16_t i = 0; i < n; i++)
-		if (unlikely(!read_plain(pkts[i], &frames[i])))
-			read_image(pkts[i], &images[i], &frames[i]);
 }

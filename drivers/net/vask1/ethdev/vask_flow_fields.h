@@ -85,37 +85,11 @@ static_assert(sizeof(union vask_flow_fields) == 8 * VASK_FLOW_WORDS, "no hidden 
 static_assert(offsetof(union vask_flow_fields, ipv4) % 8 == 4, "IPv4 addresses in one word");
 static_assert(offsetof(union vask_flow_fields, eth) % 8 == 0, "Ethernet header aligned");
 
+/** Bits of vask_flow_fields::ipv4.fragment_offset: an offset other than 0, or more to follow. */
+constexpr uint16_t VASK_FLOW_IPV4_FRAGMENT =
+	RTE_BE16(RTE_IPV4_HDR_OFFSET_MASK | RTE_IPV4_HDR_MF_FLAG);
+
 /** Reads the fields of a frame. Never reads past a segment's end or the frame's. */
 void vask_flow_fields_read(const struct rte_mbuf *pkt, union vask_flow_fields *fields);
-
-/**
- * Where the fields of a frame are: word 0 by value, the others at an offset from base.
- *
- * A plain frame, that is untagged IPv4 without options and not a fragment, is read where it lies; any other
- * one from its image.
- */
-struct vask_flow_frame {
-	uint64_t word0;
-	const uint8_t *base;
-	uint32_t plain; /* 0 or 1: which offsets hold */
-};
-
-/** Offset of each word from vask_flow_frame::base, [plain][word]. That of word 0 is not used. */
-extern const uint8_t vask_flow_offsets[2][VASK_FLOW_WORDS];
-
-/**
- * Reads a burst.
- *
- * @param images  room for n images. Packets and images are read as long as the frames are.
- */
-void vask_flow_frames_read(struct rte_mbuf *const *pkts, uint16_t n, union vask_flow_fields *images,
-	struct vask_flow_frame *frames);
-
-/** The frame of an image. */
-static inline struct vask_flow_frame
-vask_flow_frame_of(const union vask_flow_fields *image)
-{
-	return {image->word[0], reinterpret_cast<const uint8_t *>(image), 0};
-}
 
 #endif /* VASK_FLOW_FIELDS_H */

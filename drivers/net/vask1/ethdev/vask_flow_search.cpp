@@ -1,9 +1,13 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
+#include <algorithm>
+
 #include <rte_mbuf.h>
 #include <rte_prefetch.h>
 
 #include "vask_flow.h"
+#include "vask_flow_frame.h"
 #include "vask_flow_tuple.h"
+#include "vask_flow_tuple_search.h"
 
 /* The next rule in rank that matches a frame, after one that let them pass on. */
 static struct vask_flow_line *
@@ -85,8 +89,8 @@ search(const struct vask_flow_view *view, const struct vask_flow_frame *frames, 
 {
 	uint8_t index[SOFTCARD_BURST_MAX];
 
-	vask_flow_tuple_search_all(view->entry[0].tuple, frames, n, best);
-	for (uint32_t t = 1; t < view->n; t++) {
+	std::fill_n(best, n, nullptr);
+	for (uint32_t t = 0; t < view->n; t++) {
 		const uint64_t rank = view->entry[t].best_rank;
 		uint16_t left = 0;
 
@@ -100,35 +104,77 @@ search(const struct vask_flow_view *view, const struct vask_flow_frame *frames, 
 	}
 }
 
-void
-vask_flow_state_classify(const struct vask_flow_state *state, uint16_t queue,
-	struct softcard_burst *burst, struct vask_flow_verdict *out)
+/* What the searches of a burst share. */
+struct flow_search {
+	const struct vask_flow_view *view;
+	uint16_t queue;
+	const struct softcard_meter *meters;
+	struct softcard_burst *burst;
+	struct vask_flow_verdict *out;
+};
+
+/* The way of packet i, whose first rule in rank is `line`. */
+static void
+follow(const struct flow_search *s, struct vask_flow_line *line,
+	const struct vask_flow_frame *frame, uint16_t i)
 {
-	const struct vask_flow_view *view = state->view.load(std::memory_order_acquire);
+	const uint16_t to =
+		apply(s->view, line, s->queue, s->burst->pkts[i], frame, &s->burst->hw_meter_id[i]);
+
+	softcard_meter_prefetch(s->meters, s->burst->hw_meter_id[i]);
+	if (to != VASK_FLOW_STAY)
+		send_to(s->burst, i, to, s->out);
+}
+
+/* One tuple: for most packets the search says it all. */
+static void
+classify_by_one(const struct flow_search *s)
+{
+	struct vask_flow_line *best[SOFTCARD_BURST_MAX];
+	uint64_t rest =
+		vask_flow_tuple_search_burst(s->view->entry[0].tuple, s->burst, s->meters, best);
+
+	for (; rest != 0; rest &= rest - 1) {
+		const uint32_t i = rte_bsf64(rest);
+		union vask_flow_fields image;
+		const struct vask_flow_frame frame =
+			vask_flow_frame_read(s->burst->pkts[i], &image);
+
+		follow(s, best[i], &frame, i);
+	}
+}
+
+static void
+classify_by_several(const struct flow_search *s)
+{
 	union vask_flow_fields images[SOFTCARD_BURST_MAX];
 	struct vask_flow_frame frames[SOFTCARD_BURST_MAX];
 	struct vask_flow_line *best[SOFTCARD_BURST_MAX];
+	const uint16_t n = s->burst->n;
 
+	for (uint16_t i = 0; i < n; i++)
+		frames[i] = vask_flow_frame_read(s->burst->pkts[i], &images[i]);
+	search(s->view, frames, n, best);
+	for (uint16_t i = 0; i < n; i++)
+		if (best[i] != nullptr)
+			follow(s, best[i], &frames[i], i);
+}
+
+void
+vask_flow_state_classify(const struct vask_flow_state *state, uint16_t queue,
+	const struct softcard_meter *meters, struct softcard_burst *burst,
+	struct vask_flow_verdict *out)
+{
+	const struct flow_search s = {
+		state->view.load(std::memory_order_acquire), queue, meters, burst, out};
 	const uint32_t n = burst->n;
 
-	if (view == nullptr)
+	if (s.view == nullptr)
 		return;
 	for (uint32_t i = 0; i < n; i++)
 		rte_prefetch0(rte_pktmbuf_mtod(burst->pkts[i], const void *));
-	vask_flow_frames_read(burst->pkts, n, images, frames);
-	search(view, frames, n, best);
-	for (uint32_t i = 0; i < n; i++) {
-		struct vask_flow_line *line = best[i];
-		uint16_t to;
-
-		if (line == nullptr)
-			continue;
-		if (likely(line->meters_only)) {
-			burst->hw_meter_id[i] = line->hw_meter_id.load(std::memory_order_relaxed);
-			continue;
-		}
-		to = apply(view, line, queue, burst->pkts[i], &frames[i], &burst->hw_meter_id[i]);
-		if (to != VASK_FLOW_STAY)
-			send_to(burst, i, to, out);
-	}
+	if (s.view->n == 1)
+		classify_by_one(&s);
+	else
+		classify_by_several(&s);
 }

@@ -4,6 +4,7 @@
 
 #include <rte_malloc.h>
 
+#include "vask_flow_frame.h"
 #include "vask_flow_table.h"
 #include "vask_flow_tuple.h"
 

@@ -20,6 +20,7 @@
 #include "vask_flow_rule.h"
 
 struct softcard_burst;
+struct softcard_meter;
 struct vask_flow_verdict;
 
 /** The tuples as packets see them, best rank first. Replaced as a whole. */
@@ -59,8 +60,13 @@ int vask_flow_insert(struct rte_flow *rule);
 /** Takes a rule away and frees it in due time. Bursts that begin after the call are not under it. */
 void vask_flow_remove(struct rte_flow *rule);
 
-/** Applies the rules, if there are any, to a burst whose hw_meter_id holds what an unmatched packet gets. */
+/**
+ * Applies the rules, if there are any, to a burst whose hw_meter_id holds what an unmatched packet gets.
+ *
+ * @param meters  of the direction's engine, called into the cache as packets find theirs.
+ */
 void vask_flow_state_classify(const struct vask_flow_state *state, uint16_t queue,
-	struct softcard_burst *burst, struct vask_flow_verdict *out);
+	const struct softcard_meter *meters, struct softcard_burst *burst,
+	struct vask_flow_verdict *out);
 
 #endif /* VASK_FLOW_TABLE_H */

@@ -14,6 +14,8 @@
 
 #include "vask_flow_table.h"
 
+struct vask_flow_frame;
+
 struct vask_flow_tuple {
 	/* fixed from creation, read by packets */
 	struct rte_hash *hash; /* all keys, or null: they are all in slots */
@@ -68,20 +70,5 @@ void vask_flow_tuple_take(struct vask_flow_tuple *tuple, struct rte_flow *rule);
 
 /** Gives back the place of a key that was taken away, once no packet can see it. */
 void vask_flow_tuple_give_back(struct vask_flow_tuple *tuple, int32_t position);
-
-/** Looks a burst up: best of each frame is its first rule in rank of this tuple, or null. */
-void vask_flow_tuple_search_all(const struct vask_flow_tuple *tuple,
-	const struct vask_flow_frame *frames, uint16_t n, struct vask_flow_line **best);
-
-/**
- * Looks up some frames of a burst that another tuple has been searched for.
- *
- * @param index  which of the frames take part, n of them.
- * @param best   of each frame, the first rule in rank that was found so far, or null; replaced by one of this
- *   tuple where that comes before it.
- */
-void
-vask_flow_tuple_search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
-	const uint8_t *index, uint16_t n, struct vask_flow_line **best);
 
 #endif /* VASK_FLOW_TUPLE_H */

@@ -14,11 +14,16 @@
  * calls are made. A control write becomes visible to packets as a whole record.
  */
 
+#include <cstddef>
 #include <cstdint>
+
+#include <rte_common.h>
+#include <rte_prefetch.h>
 
 #include "vask_p4_mep_meter.h"
 
 struct rte_mbuf;
+struct softcard_meter;
 
 constexpr uint32_t SOFTCARD_ENGINES = 2; /* indexed by enum vask_p4_mep_dir */
 constexpr uint32_t SOFTCARD_PROFILES = 256;
@@ -26,6 +31,8 @@ constexpr uint32_t SOFTCARD_POLICIES = 256;
 constexpr uint32_t SOFTCARD_METERS = 4096;
 constexpr uint32_t SOFTCARD_PORTS = 16384; /* the 14 bits of a source-port number */
 constexpr uint16_t SOFTCARD_BURST_MAX = 64;
+/** Bytes from one meter to the next: two lines of 64, or one that is longer. */
+constexpr size_t SOFTCARD_METER_SIZE = 128;
 
 /**
  * Powers the card up: every table empty, every counter zero.
@@ -85,8 +92,21 @@ struct softcard_burst {
 	uint32_t hw_meter_id[SOFTCARD_BURST_MAX]; /* the meter of each; 0: unmetered */
 	uint16_t
 		taken_off[SOFTCARD_BURST_MAX]; /* bytes the port took off each frame (a VLAN tag) */
+	uint32_t metered[SOFTCARD_BURST_MAX];  /* the lengths that softcard_meter_burst() counted */
 	uint16_t tag[SOFTCARD_BURST_MAX];      /* the caller's own (a queue, say), carried along */
 };
+
+/** The meters of an engine, for softcard_meter_prefetch(); null while the card is down. */
+const struct softcard_meter *softcard_meters(int dir);
+
+/** Calls a meter into the cache that softcard_meter_burst() will soon be asked for. */
+static inline void
+softcard_meter_prefetch(const struct softcard_meter *meters, uint32_t hw_meter_id)
+{
+	/* one that does not exist costs a needless line, and no branch */
+	rte_prefetch0(reinterpret_cast<const char *>(meters) +
+		size_t{hw_meter_id % SOFTCARD_METERS} * SOFTCARD_METER_SIZE);
+}
 
 /**
  * Meters a burst: colours each packet, rewrites its DSCP as the meter's policy says, and counts.

@@ -98,7 +98,21 @@ softcard_bucket_add(uint64_t &level, uint64_t full, uint64_t growth)
 	return fill;
 }
 
-/** softcard_bucket_refill() where the mode, and so the burst unit, is known. */
+/** Adds what grew in both buckets, where the mode, and so the burst unit, is known. */
+constexpr void
+softcard_bucket_grow(const struct softcard_bucket_params &params,
+	struct softcard_bucket_state &state, uint64_t growth_c, uint64_t growth_e,
+	uint64_t burst_unit)
+{
+	const uint64_t fill_c =
+		softcard_bucket_add(state.level_c, params.cbs * burst_unit, growth_c);
+
+	/* where the committed bucket overflows there is no excess rate: one of the two is 0 */
+	softcard_bucket_add(state.level_e, params.ebs * burst_unit,
+		growth_e + ((growth_c - fill_c) & static_cast<uint64_t>(int64_t{params.overflow})));
+}
+
+/** softcard_bucket_refill() where the mode is known. */
 constexpr void
 softcard_bucket_refill_units(const struct softcard_bucket_params &params,
 	struct softcard_bucket_state &state, uint64_t now_ns, uint64_t burst_unit)
@@ -107,14 +121,14 @@ softcard_bucket_refill_units(const struct softcard_bucket_params &params,
 		return;
 
 	const uint64_t elapsed = now_ns - state.last_ns;
-	const uint64_t growth_c = softcard_bucket_growth(params.cir, elapsed);
-	const uint64_t fill_c =
-		softcard_bucket_add(state.level_c, params.cbs * burst_unit, growth_c);
-	/* where the committed bucket overflows there is no excess rate: one of the two is 0 */
-	const uint64_t growth_e = softcard_bucket_growth(params.eir, elapsed) +
-		((growth_c - fill_c) & static_cast<uint64_t>(int64_t{params.overflow}));
 
-	softcard_bucket_add(state.level_e, params.ebs * burst_unit, growth_e);
+	/* for four seconds products of 64 bits hold all that grows */
+	if (__builtin_expect(elapsed <= UINT32_MAX, 1))
+		softcard_bucket_grow(
+			params, state, elapsed * params.cir, elapsed * params.eir, burst_unit);
+	else
+		softcard_bucket_grow(params, state, softcard_bucket_growth(params.cir, elapsed),
+			softcard_bucket_growth(params.eir, elapsed), burst_unit);
 	state.last_ns = now_ns;
 }
 
@@ -138,20 +152,15 @@ softcard_bucket_mask(bool condition)
 }
 
 /**
- * Colours one packet: fills the buckets up to now_ns and takes the packet's cost out of those that pay.
+ * Takes a packet's cost out of the buckets that pay. Returns the packet's colour.
  *
  * A packet conforms to a bucket that holds at least its cost. The three algorithms differ in two points
  * only: under RFC 2698 a packet must conform to the peak bucket to be green, and a green one pays both.
- *
- * @param in    colour it came with, RTE_COLOR_GREEN for a colour-blind meter.
- * @param cost  softcard_bucket_cost() of its length.
  */
 constexpr enum rte_color
-softcard_bucket_check(const struct softcard_bucket_params &params,
-	struct softcard_bucket_state &state, uint64_t now_ns, enum rte_color in, uint64_t cost)
+softcard_bucket_take(const struct softcard_bucket_params &params,
+	struct softcard_bucket_state &state, enum rte_color in, uint64_t cost)
 {
-	softcard_bucket_refill(params, state, now_ns);
-
 	const uint64_t short_c = softcard_bucket_mask(state.level_c < cost);
 	const uint64_t short_e = softcard_bucket_mask(state.level_e < cost);
 	const uint64_t two_rate = static_cast<uint64_t>(int64_t{params.two_rate});
@@ -163,6 +172,20 @@ softcard_bucket_check(const struct softcard_bucket_params &params,
 	state.level_c -= cost & ~not_green;
 	state.level_e -= cost & conforms_e & (not_green | two_rate);
 	return static_cast<enum rte_color>((RTE_COLOR_RED & not_green) + yellow);
+}
+
+/**
+ * Colours one packet: fills the buckets up to now_ns and takes the packet's cost out of those that pay.
+ *
+ * @param in    colour it came with, RTE_COLOR_GREEN for a colour-blind meter.
+ * @param cost  softcard_bucket_cost() of its length.
+ */
+constexpr enum rte_color
+softcard_bucket_check(const struct softcard_bucket_params &params,
+	struct softcard_bucket_state &state, uint64_t now_ns, enum rte_color in, uint64_t cost)
+{
+	softcard_bucket_refill(params, state, now_ns);
+	return softcard_bucket_take(params, state, in, cost);
 }
 
 static_assert(RTE_COLOR_GREEN == 0 && RTE_COLOR_YELLOW == 1 && RTE_COLOR_RED == 2);

@@ -78,31 +78,31 @@ policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_poli
 static void
 meter_refresh(int dir, uint32_t hw_meter_id)
 {
-	const struct softcard_engine &engine = softcard->engines[dir];
+	struct softcard_engine &engine = softcard->engines[dir];
 	const struct vask_p4_mep_meter_inst_table &inst = engine.insts[hw_meter_id];
 	const struct vask_p4_mep_meter_profile_table &profile = engine.profiles[inst.profile_id];
 	const struct vask_p4_mep_meter_policy_table &policy = engine.policies[inst.policy_id];
 	struct softcard_meter &meter = engine.meters[hw_meter_id];
 	const bool metering = inst.valid && profile.valid && policy.valid;
+	const softcard_meter_hold hold(engine.guard, meter.lock);
 
-	rte_spinlock_lock(&meter.lock);
 	meter.flags = 0;
 	if (metering) {
 		/* Levels in bytes say nothing about packets, nor the other way round. */
 		if (profile.pm != meter.params.packet_mode)
 			meter_fill(meter);
-		meter.taken_off_mask = inst.use_original_packet_length ? -1 : 0;
 		meter.params = softcard_bucket_params_make(profile.cir, profile.cbs, profile.eir,
 			profile.ebs, profile.pm, profile.rfc2698);
 		policy_refresh(meter, policy);
 		meter.flags = SOFTCARD_METER_ON | (inst.is_color_aware ? SOFTCARD_METER_AWARE : 0) |
-			(meter.dscp_colors != 0 ? SOFTCARD_METER_REWRITES : 0);
+			(meter.dscp_colors != 0 ? SOFTCARD_METER_REWRITES : 0) |
+			(inst.use_original_packet_length ? SOFTCARD_METER_ORIGINAL : 0) |
+			(profile.pm ? SOFTCARD_METER_PACKETS : 0);
 		meter.state.level_c =
 			std::min(meter.state.level_c, softcard_bucket_full_c(meter.params));
 		meter.state.level_e =
 			std::min(meter.state.level_e, softcard_bucket_full_e(meter.params));
 	}
-	rte_spinlock_unlock(&meter.lock);
 }
 
 void
@@ -119,17 +119,17 @@ softcard_meter_set_refresh(int dir, const struct softcard_meter_set *set)
 static void
 meter_reset(int dir, uint32_t hw_meter_id)
 {
-	struct softcard_meter &meter = softcard->engines[dir].meters[hw_meter_id];
+	struct softcard_engine &engine = softcard->engines[dir];
+	struct softcard_meter &meter = engine.meters[hw_meter_id];
+	const softcard_meter_hold hold(engine.guard, meter.lock);
 
-	rte_spinlock_lock(&meter.lock);
 	meter.flags = 0;
 	meter.state.last_ns = 0;
 	meter_fill(meter);
 	meter.rewritten = 0;
 	meter.colors = {};
 	meter.dropped_base = {};
-	rte_spinlock_unlock(&meter.lock);
-	softcard->engines[dir].rates[hw_meter_id] = {};
+	engine.rates[hw_meter_id] = {};
 }
 
 int
@@ -192,20 +192,21 @@ record_level(const struct softcard_bucket_params &params, uint64_t level)
 struct softcard_meter
 softcard_meter_copy(int dir, uint32_t hw_meter_id)
 {
-	struct softcard_meter &meter = softcard->engines[dir].meters[hw_meter_id];
-
+	struct softcard_engine &engine = softcard->engines[dir];
+	struct softcard_meter &meter = engine.meters[hw_meter_id];
 	struct softcard_meter copy = {}; /* all but the lock, which others may be trying */
 
-	rte_spinlock_lock(&meter.lock);
-	copy.flags = meter.flags;
-	copy.params = meter.params;
-	copy.state = meter.state;
-	copy.rewritten = meter.rewritten;
-	copy.colors = meter.colors;
-	copy.drop_colors = meter.drop_colors;
-	copy.dropped_base = meter.dropped_base;
-	rte_spinlock_unlock(&meter.lock);
+	{
+		const softcard_meter_hold hold(engine.guard, meter.lock);
 
+		copy.flags = meter.flags;
+		copy.params = meter.params;
+		copy.state = meter.state;
+		copy.rewritten = meter.rewritten;
+		copy.colors = meter.colors;
+		copy.drop_colors = meter.drop_colors;
+		copy.dropped_base = meter.dropped_base;
+	}
 	copy.state.level_c = std::min(copy.state.level_c, softcard_bucket_full_c(copy.params));
 	copy.state.level_e = std::min(copy.state.level_e, softcard_bucket_full_e(copy.params));
 	return copy;

@@ -7,8 +7,8 @@
  * What the files of the card share: its tables and the calls that change them. The lower-layer operations
  * (softcard_seam_*.cpp) are these calls with faults and trace around them.
  *
- * Tables are written by one control thread at a time. Packets read only the meters, under each meter's own
- * lock, and the per-port words, which are atomic.
+ * Tables are written by one control thread at a time. Packets read only the meters, as softcard_guard.h says,
+ * and the per-port words, which are atomic.
  */
 
 #include <array>
@@ -21,6 +21,7 @@
 #include "qorn_hal_user_api.h"
 #include "softcard.h"
 #include "softcard_bucket.h"
+#include "softcard_guard.h"
 #include "vask_cmd_api.h"
 #include "vask_dev_cmds.h"
 #include "vask_p4_mep_meter.h"
@@ -47,6 +48,8 @@ enum softcard_meter_flag : uint8_t {
 	SOFTCARD_METER_ON = 1 << 0,       /* instance, profile and policy are valid */
 	SOFTCARD_METER_AWARE = 1 << 1,    /* takes the colour that packets come with */
 	SOFTCARD_METER_REWRITES = 1 << 2, /* some colour gets another DSCP */
+	SOFTCARD_METER_ORIGINAL = 1 << 3, /* counts what was taken off a packet, too */
+	SOFTCARD_METER_PACKETS = 1 << 4,  /* packet mode */
 };
 
 /**
@@ -54,11 +57,10 @@ enum softcard_meter_flag : uint8_t {
  * touches is the first cache line, what others touch besides is the second.
  */
 struct alignas(RTE_CACHE_LINE_SIZE) softcard_meter {
-	rte_spinlock_t lock;   /* guards all below */
-	uint8_t flags;         /* SOFTCARD_METER_... */
-	int8_t taken_off_mask; /* -1: counts what was taken off a packet, too; or 0 */
-	uint8_t drop_colors;   /* bit n: packets of enum rte_color n are dropped */
-	uint8_t dscp_colors;   /* bit n: packets of enum rte_color n get another DSCP */
+	rte_spinlock_t lock; /* see softcard_guard.h */
+	uint8_t flags;       /* SOFTCARD_METER_... */
+	uint8_t drop_colors; /* bit n: packets of enum rte_color n are dropped */
+	uint8_t dscp_colors; /* bit n: packets of enum rte_color n get another DSCP */
 	struct softcard_bucket_params params;
 	struct softcard_bucket_state state;
 	std::array<struct softcard_count, 3> colors; /* by enum rte_color */
@@ -73,12 +75,12 @@ struct alignas(RTE_CACHE_LINE_SIZE) softcard_meter {
 };
 
 /* of 64 bytes; where lines are longer, one holds all of it */
-static_assert(sizeof(struct softcard_meter) == 2 * RTE_CACHE_LINE_MIN_SIZE);
+static_assert(sizeof(struct softcard_meter) == SOFTCARD_METER_SIZE);
 static_assert(offsetof(struct softcard_meter, colors) + sizeof(struct softcard_count) ==
 		RTE_CACHE_LINE_MIN_SIZE,
 	"a green packet touches one line");
 
-/** What a meter has dropped. Its lock is held, or it is a copy. */
+/** What a meter has dropped. It is held, or a copy. */
 struct softcard_count softcard_meter_dropped(const struct softcard_meter &meter);
 
 /** The meters that use a profile or a policy. */
@@ -103,6 +105,7 @@ struct softcard_engine {
 	std::array<struct softcard_rate, SOFTCARD_METERS> rates;
 	std::array<std::atomic<uint16_t>, SOFTCARD_PORTS> outputs; /* hardware meter of each port */
 	struct softcard_meter *meters;                             /* SOFTCARD_METERS */
+	struct softcard_guard guard;                               /* of the meters */
 };
 
 struct softcard_pipeline {

@@ -1,0 +1,79 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+#ifndef VASK_FLOW_KEY_H
+#define VASK_FLOW_KEY_H
+
+/**
+ * @file
+ * The keys of a tuple's rules: how they are made of frames, hashed and compared. A key is the tuple's words of
+ * a frame, masked.
+ */
+
+#include <cstring>
+
+#include <rte_hash.h>
+#include <rte_hash_crc.h>
+
+#include "vask_flow_frame.h"
+#include "vask_flow_tuple.h"
+
+/** The hash of a key, of which the slots take the low bits. */
+static inline hash_sig_t
+vask_flow_key_hash(const uint64_t *key, uint32_t n_words)
+{
+	uint32_t hash = 0;
+
+	for (uint32_t w = 0; w < n_words; w++)
+		hash = rte_hash_crc_8byte(key[w], hash);
+	return hash;
+}
+
+/** The slot of a key that hashes so. */
+static inline std::atomic<struct vask_flow_line *> *
+vask_flow_slot_of(const struct vask_flow_tuple *tuple, hash_sig_t sig)
+{
+	return &tuple->slots[sig & tuple->slot_mask];
+}
+
+/** A word that may begin at any address. */
+static inline uint64_t
+vask_flow_word(const uint8_t *p)
+{
+	uint64_t word;
+
+	memcpy(&word, p, sizeof(word));
+	return word;
+}
+
+/** vask_flow_tuple_key() where the number of words is known. */
+static inline void
+vask_flow_key_make(const struct vask_flow_tuple *tuple, uint32_t n_words,
+	const struct vask_flow_frame *frame, uint64_t *key)
+{
+	if (n_words % 2 != 0)
+		key[n_words] = 0;
+	key[0] = frame->word0 & tuple->mask[0];
+	for (uint32_t w = 1; w < n_words; w++)
+		key[w] = vask_flow_word(frame->base + tuple->offset[w][frame->plain]) &
+			tuple->mask[w];
+}
+
+static inline bool
+vask_flow_key_same(const uint64_t *a, const uint64_t *b, uint32_t n_words)
+{
+	uint64_t diff = 0;
+
+	for (uint32_t w = 0; w < n_words; w++)
+		diff |= a[w] ^ b[w];
+	return diff == 0;
+}
+
+/** The line that a lookup in the rte_hash gave, or null. Reading `ready` makes the rest of it visible. */
+static inline struct vask_flow_line *
+vask_flow_line_of(void *data)
+{
+	struct vask_flow_line *line = static_cast<struct vask_flow_line *>(data);
+
+	return line->ready.load(std::memory_order_acquire) ? line : nullptr;
+}
+
+#endif /* VASK_FLOW_KEY_H */
