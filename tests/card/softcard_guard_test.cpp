@@ -80,7 +80,8 @@ TEST(Guard, SharesTheEngineForGoodOnceABurstFindsAnother)
 		WaitAWhile();
 		EXPECT_FALSE(guard.shared) << "while a burst has the engine to itself";
 		softcard_guard_leave(guard);
-		EXPECT_NE(visitor.Entered(), guard.shared.load());
+		const bool entered = visitor.Entered();
+		EXPECT_EQ(guard.shared, !entered);
 	}
 	EXPECT_TRUE(guard.shared);
 	EXPECT_FALSE(softcard_guard_enter(guard));
