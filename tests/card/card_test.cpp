@@ -10,6 +10,8 @@
 #include <rte_ether.h>
 #include <rte_ip.h>
 
+#include "softcard_internal.h"
+
 namespace
 {
 
@@ -68,6 +70,9 @@ CardTest::SetUp()
 {
 	in_use_before = InUse();
 	ASSERT_EQ(softcard_start(), 0);
+	if (getenv("VASK_CARD_SHARED") != nullptr)
+		for (softcard_engine &engine : softcard->engines)
+			engine.guard.shared = true;
 }
 
 void

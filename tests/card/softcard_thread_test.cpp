@@ -42,11 +42,11 @@ class Threads : public CardTest
 	}
 
 	/* Meters bursts in one direction until told to stop, and checks what comes back. */
-	void Forward(int dir)
+	void Forward(int dir, rte_mempool *pool)
 	{
 		uint64_t now_ns = 1;
 
-		UsePool(pools[dir]);
+		UsePool(pool);
 		while (!stop) {
 			std::vector<rte_mbuf *> pkts;
 			for (int i = 0; i < 32; i++)
@@ -101,20 +101,33 @@ class Threads : public CardTest
 		}
 	}
 
-	std::array<rte_mempool *, 3> pools;
+	std::array<rte_mempool *, 4> pools;
 	std::atomic<bool> stop = false;
 	std::atomic<uint64_t> bursts = 0;
 };
 
 TEST_F(Threads, MeterWhileAControlThreadChangesEverything)
 {
-	std::thread receive([this] { Forward(RX); });
-	std::thread transmit([this] { Forward(TX); });
+	std::thread receive([this] { Forward(RX, pools[0]); });
+	std::thread transmit([this] { Forward(TX, pools[1]); });
 	for (int round = 0; round < 20000 || bursts < 2000; round++)
 		Change(round);
 	stop = true;
 	receive.join();
 	transmit.join();
+}
+
+TEST_F(Threads, MeterTwoInEachEngineWhileAControlThreadChangesEverything)
+{
+	std::vector<std::thread> threads;
+
+	for (size_t i = 0; i < pools.size(); i++)
+		threads.emplace_back([this, i] { Forward(i % 2 == 0 ? RX : TX, pools[i]); });
+	for (int round = 0; round < 20000 || bursts < 2000; round++)
+		Change(round);
+	stop = true;
+	for (std::thread &thread : threads)
+		thread.join();
 }
 
 TEST_F(Threads, TwoThatShareAMeterCountEveryPacketOnce)

@@ -31,15 +31,6 @@ load16(const uint8_t *p)
 	return value;
 }
 
-static inline uint32_t
-load32(const uint8_t *p)
-{
-	uint32_t value;
-
-	memcpy(&value, p, sizeof(value));
-	return value;
-}
-
 static inline bool
 is_tag(uint16_t ether_type)
 {

@@ -9,9 +9,9 @@
  * delay queues in softcard_shaper.h, views of the tables in softcard_view.h, injected faults in
  * softcard_fault.h and the trace of operations in softcard_trace.h.
  *
- * Control calls (start, stop, instance records) are for one control thread at a time. Packet calls take no
- * lock of the control path; any number of threads may make them, on any port and queue, while control
- * calls are made. A control write becomes visible to packets as a whole record.
+ * Control calls (start, stop, instance records) are for one control thread at a time. Any number of threads may
+ * make packet calls, on any port and queue, while control calls are made; a packet call waits for one record
+ * to be written at most. A control write becomes visible to packets as a whole record.
  */
 
 #include <cstddef>
@@ -92,7 +92,6 @@ struct softcard_burst {
 	uint32_t hw_meter_id[SOFTCARD_BURST_MAX]; /* the meter of each; 0: unmetered */
 	uint16_t
 		taken_off[SOFTCARD_BURST_MAX]; /* bytes the port took off each frame (a VLAN tag) */
-	uint32_t metered[SOFTCARD_BURST_MAX];  /* the lengths that softcard_meter_burst() counted */
 	uint16_t tag[SOFTCARD_BURST_MAX];      /* the caller's own (a queue, say), carried along */
 };
 
@@ -103,9 +102,9 @@ const struct softcard_meter *softcard_meters(int dir);
 static inline void
 softcard_meter_prefetch(const struct softcard_meter *meters, uint32_t hw_meter_id)
 {
-	/* one that does not exist costs a needless line, and no branch */
-	rte_prefetch0(reinterpret_cast<const char *>(meters) +
-		size_t{hw_meter_id % SOFTCARD_METERS} * SOFTCARD_METER_SIZE);
+	/* one that does not exist, or of no engine, costs a needless line, and no branch */
+	rte_prefetch0(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(meters) +
+		hw_meter_id % SOFTCARD_METERS * SOFTCARD_METER_SIZE));
 }
 
 /**

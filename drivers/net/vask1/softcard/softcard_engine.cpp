@@ -19,9 +19,9 @@ packet_rewrite(struct softcard_meter &meter, struct rte_mbuf **pkt, enum rte_col
 /* Counts a packet and marks it. Returns whether it is to be dropped. */
 static inline uint64_t
 packet_count(struct softcard_meter &meter, struct softcard_burst *burst, uint32_t i,
-	uint32_t length, enum rte_color color)
+	uint32_t *lengths, uint32_t length, enum rte_color color)
 {
-	burst->metered[i] = length;
+	lengths[i] = length;
 	rte_mbuf_sched_color_set(burst->pkts[i], color);
 	meter.colors[color].packets++;
 	rte_compiler_barrier(); /* two additions cost less than the vector that GCC makes of them */
@@ -32,20 +32,20 @@ packet_count(struct softcard_meter &meter, struct softcard_burst *burst, uint32_
 /* Meters packet i in any way but the usual one. */
 static inline uint64_t
 packet_meter_unusual(struct softcard_meter &meter, struct softcard_bucket_state &state,
-	struct softcard_burst *burst, uint32_t i)
+	struct softcard_burst *burst, uint32_t i, uint32_t *lengths)
 {
 	struct rte_mbuf *pkt = burst->pkts[i];
 	const uint8_t flags = meter.flags;
 
 	if ((flags & SOFTCARD_METER_ON) == 0)
 		return 0;
+
 	const uint32_t length = rte_pktmbuf_pkt_len(pkt) +
 		(flags & SOFTCARD_METER_ORIGINAL ? burst->taken_off[i] : 0);
-
 	const enum rte_color color = softcard_bucket_check(meter.params, state, burst->now_ns[i],
 		flags & SOFTCARD_METER_AWARE ? softcard_frame_color(pkt) : RTE_COLOR_GREEN,
 		softcard_bucket_cost(meter.params, length));
-	const uint64_t dropped = packet_count(meter, burst, i, length, color);
+	const uint64_t dropped = packet_count(meter, burst, i, lengths, length, color);
 	if (flags & SOFTCARD_METER_REWRITES)
 		packet_rewrite(meter, &burst->pkts[i], color);
 	return dropped;
@@ -58,15 +58,15 @@ packet_meter_unusual(struct softcard_meter &meter, struct softcard_bucket_state 
  */
 static __rte_always_inline uint64_t
 packet_meter(struct softcard_meter &meter, struct softcard_bucket_state &state,
-	struct softcard_burst *burst, uint32_t i)
+	struct softcard_burst *burst, uint32_t i, uint32_t *lengths)
 {
 	if (meter.flags != SOFTCARD_METER_ON)
-		return packet_meter_unusual(meter, state, burst, i);
+		return packet_meter_unusual(meter, state, burst, i, lengths);
 
-	struct rte_mbuf *pkt = burst->pkts[i];
-	const uint32_t length = rte_pktmbuf_pkt_len(pkt);
+	const uint32_t length = rte_pktmbuf_pkt_len(burst->pkts[i]);
+
 	softcard_bucket_refill_units(meter.params, state, burst->now_ns[i], SOFTCARD_BURST_UNIT[0]);
-	return packet_count(meter, burst, i, length,
+	return packet_count(meter, burst, i, lengths, length,
 		softcard_bucket_take(
 			meter.params, state, RTE_COLOR_GREEN, length * SOFTCARD_LEVEL_UNIT[0]));
 }
@@ -80,7 +80,7 @@ meter_exists(uint32_t hw_meter_id)
 
 /* A burst that has the engine to itself. */
 static uint64_t
-burst_alone(struct softcard_meter *meters, struct softcard_burst *burst)
+burst_alone(struct softcard_meter *meters, struct softcard_burst *burst, uint32_t *lengths)
 {
 	const uint32_t n = burst->n;
 	uint64_t drop_mask = 0;
@@ -89,7 +89,7 @@ burst_alone(struct softcard_meter *meters, struct softcard_burst *burst)
 		struct softcard_meter &meter = meters[burst->hw_meter_id[i]];
 
 		if (meter_exists(burst->hw_meter_id[i]))
-			drop_mask |= packet_meter(meter, meter.state, burst, i) << i;
+			drop_mask |= packet_meter(meter, meter.state, burst, i, lengths) << i;
 	}
 	return drop_mask;
 }
@@ -120,7 +120,7 @@ meter_take(struct held_meter *held, struct softcard_meter *meter)
 
 /* A burst beside others. */
 static uint64_t
-burst_shared(struct softcard_meter *meters, struct softcard_burst *burst)
+burst_shared(struct softcard_meter *meters, struct softcard_burst *burst, uint32_t *lengths)
 {
 	struct held_meter held = {}; /* packets in a row often share a meter */
 	const uint32_t n = burst->n;
@@ -133,7 +133,7 @@ burst_shared(struct softcard_meter *meters, struct softcard_burst *burst)
 			continue;
 		if (meter != held.meter)
 			meter_take(&held, meter);
-		drop_mask |= packet_meter(*meter, held.state, burst, i) << i;
+		drop_mask |= packet_meter(*meter, held.state, burst, i, lengths) << i;
 	}
 	meter_release(held);
 	return drop_mask;
@@ -154,16 +154,17 @@ softcard_meter_burst(int dir, struct softcard_burst *burst)
 
 	struct softcard_engine &engine = softcard->engines[dir];
 	struct softcard_meter *meters = engine.meters;
+	uint32_t lengths[SOFTCARD_BURST_MAX]; /* as the meters count them */
 	uint64_t drop_mask;
 
 	if (softcard_guard_enter(engine.guard)) {
-		drop_mask = burst_alone(meters, burst);
+		drop_mask = burst_alone(meters, burst, lengths);
 		softcard_guard_leave(engine.guard);
 	} else {
-		drop_mask = burst_shared(meters, burst);
+		drop_mask = burst_shared(meters, burst, lengths);
 	}
 	for (uint64_t mask = drop_mask; mask != 0; mask &= mask - 1)
-		burst->dropped_bytes += burst->metered[__builtin_ctzll(mask)];
+		burst->dropped_bytes += lengths[__builtin_ctzll(mask)];
 	return drop_mask;
 }
 

@@ -6,22 +6,38 @@
  * @file
  * Who may touch the meters of an engine.
  *
- * To lock a meter for each packet costs more time than to meter it. So a burst that finds no other under way
- * takes the lock of the whole engine, and of no meter. The first that finds another makes the engine shared,
+ * To lock a meter for each packet costs more time than to meter it. So a burst that sees no other under way
+ * takes the lock of the whole engine, and of no meter. The first that sees another makes the engine shared,
  * for good: from then on bursts take the lock of each meter that they come by and leave the engine's alone.
  * Control calls take both, for one meter at a time.
+ *
+ * As with any spinlock, threads that share a core must not meet here with real-time priorities.
  */
 
 #include <atomic>
 #include <sched.h>
 
+#include <rte_pause.h>
 #include <rte_spinlock.h>
 
 struct softcard_guard {
-	rte_spinlock_t lock;     /* the engine's; while it is held nobody makes the engine shared */
-	std::atomic<bool> burst; /* a burst holds the lock */
+	rte_spinlock_t lock;      /* the engine's; only its holder makes the engine shared */
+	std::atomic<bool> burst;  /* a burst holds the lock; a hint for others */
 	std::atomic<bool> shared; /* bursts lock meters */
 };
+
+/** Takes a lock that may be held by a thread which lost its core, perhaps to us. */
+static inline void
+softcard_guard_wait(rte_spinlock_t &lock)
+{
+	constexpr int SPINS = 1000; /* a few times what a burst takes */
+
+	for (int i = 0; !rte_spinlock_trylock(&lock); i++)
+		if (i < SPINS)
+			rte_pause();
+		else
+			sched_yield();
+}
 
 /**
  * Tries to take an engine for a burst.
@@ -35,9 +51,10 @@ softcard_guard_enter(struct softcard_guard &guard)
 	if (guard.shared.load(std::memory_order_acquire))
 		return false;
 	if (!rte_spinlock_trylock(&guard.lock)) {
+		/* or a control call has it; to be wrong costs time, and nothing else */
 		const bool met = guard.burst.load(std::memory_order_relaxed);
 
-		rte_spinlock_lock(&guard.lock);
+		softcard_guard_wait(guard.lock);
 		if (met)
 			guard.shared.store(true, std::memory_order_release);
 	}
@@ -63,10 +80,8 @@ class softcard_meter_hold
 	softcard_meter_hold(struct softcard_guard &guard, rte_spinlock_t &meter)
 		: engine_(guard.lock), meter_(meter)
 	{
-		/* a burst lasts microseconds, unless it lost this very core to us */
-		while (!rte_spinlock_trylock(&engine_))
-			sched_yield();
-		rte_spinlock_lock(&meter_);
+		softcard_guard_wait(engine_);
+		softcard_guard_wait(meter_);
 	}
 	~softcard_meter_hold()
 	{
