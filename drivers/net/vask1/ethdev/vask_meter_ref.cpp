@@ -15,8 +15,6 @@
 /* Every meter of the card, and as many more that rules name though they are gone. */
 constexpr uint32_t REFS_MAX = 2 * SOFTCARD_METERS;
 
-constexpr uint32_t NO_INDEX = UINT32_MAX;
-
 /* Rules name no meter 0, of which there may be several: each of those goes by its index. */
 struct ref_key {
 	uint32_t meter_id;
@@ -26,8 +24,10 @@ struct ref_key {
 struct vask_meter_ref {
 	struct ref_key key;
 	LIST_ENTRY(vask_meter_ref) next; /* in the chain of its key, or of the free ones */
-	uint32_t hw_meter_id;            /* where its records stand in the card, 0: nowhere */
-	bool engine[SOFTCARD_ENGINES];   /* those that use the meter */
+	const struct vask_p4_meter_cfg_node
+		*node;                 /* the module's record of it, where we have met it */
+	uint32_t hw_meter_id;          /* where its records stand in the card, 0: nowhere */
+	bool engine[SOFTCARD_ENGINES]; /* those that use the meter */
 	uint32_t n_rules;
 	struct rte_flow *rules[VASK_METER_RULES_MAX];
 };
@@ -95,11 +95,11 @@ add_ref(const struct ref_key &key)
 	return ref;
 }
 
-/* Forgets a meter that no rule names and no record stands for. */
+/* Forgets a meter that is gone, if no rule names it and no record stands for it. */
 static void
 drop_ref(struct vask_meter_ref *ref)
 {
-	if (ref->n_rules != 0 || ref->hw_meter_id != 0)
+	if (ref->node != nullptr || ref->n_rules != 0 || ref->hw_meter_id != 0)
 		return;
 	LIST_REMOVE(ref, next);
 	LIST_INSERT_HEAD(&free_refs, ref, next);
@@ -141,7 +141,7 @@ vask_meter_ref_attach(struct rte_flow *rule)
 	ref->rules[ref->n_rules++] = rule;
 	ref->engine[rule->spec.dir] = true;
 	rule->meter = ref;
-	vask_meter_refresh(meter_id);
+	vask_meter_changed(meter_id);
 	return 0;
 }
 
@@ -205,6 +205,7 @@ enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *nod
 				meter->meter_id);
 			return;
 		}
+		ref->node = node;
 		ref->engine[dir] = true;
 		write_record(dir, node);
 		ref->hw_meter_id = meter->hw_meter_id;
@@ -213,13 +214,9 @@ enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *nod
 		show_rules(ref, ref->hw_meter_id);
 }
 
-/*
- * Takes a meter's records out of the card, but for those that a meter which shares its index uses.
- *
- * @param shared  whether there is such a meter, enabled.
- */
+/* Takes a meter's records out of the card, but for those that a meter which shares its index uses. */
 static void
-leave_index(struct vask_meter_ref *ref, bool shared)
+leave_index(struct vask_meter_ref *ref)
 {
 	const struct vask_p4_meter_cfg_node *node;
 	const uint32_t index = ref->hw_meter_id;
@@ -227,29 +224,33 @@ leave_index(struct vask_meter_ref *ref, bool shared)
 
 	show_rules(ref, 0);
 	ref->hw_meter_id = 0;
-	if (shared)
-		TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
-			if (!node->data.enable || node->data.hw_meter_id != index)
-				continue;
-			struct vask_meter_ref *sharer = find_ref(key_of(node));
-			for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
-				used[dir] |= is_used(sharer, node, dir);
-			enter_index(sharer, node);
-		}
+	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
+		if (likely(node->data.hw_meter_id != index) || !node->data.enable)
+			continue;
+		struct vask_meter_ref *sharer = find_ref(key_of(node));
+		for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
+			used[dir] |= is_used(sharer, node, dir);
+		enter_index(sharer, node);
+	}
 	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
 		if (!used[dir])
 			softcard_meter_inst_clear(dir, index);
 }
 
-/* `found`: the meter, or null when it is absent or disabled. */
+/* Brings a meter in step with the module's record of it, null when that is gone. */
 static void
-refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *found, bool shared)
+refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *node)
 {
-	if (ref != nullptr && ref->hw_meter_id != 0 &&
-		(found == nullptr || found->data.hw_meter_id != ref->hw_meter_id))
-		leave_index(ref, shared);
-	if (found != nullptr)
-		enter_index(ref, found);
+	const bool meters = node != nullptr && node->data.enable && node->data.hw_meter_id != 0;
+
+	if (ref != nullptr) {
+		ref->node = node;
+		if (ref->hw_meter_id != 0 &&
+			(!meters || node->data.hw_meter_id != ref->hw_meter_id))
+			leave_index(ref);
+	}
+	if (meters)
+		enter_index(ref, node);
 	else if (ref != nullptr)
 		drop_ref(ref);
 }
@@ -274,37 +275,54 @@ refresh_meters_0()
 			if (ref->key.meter_id == 0 && !held[ref->key.index])
 				gone = ref;
 	if (gone != nullptr)
-		refresh(gone, nullptr, true);
+		refresh(gone, nullptr);
 }
 
 void
 vask_meter_refresh(uint32_t meter_id)
 {
 	const struct vask_p4_meter_cfg_node *node;
-	const struct vask_p4_meter_cfg_node *found = nullptr;
-	struct vask_meter_ref *ref;
-	bool shared = false;
 
 	if (meter_id == 0) {
 		refresh_meters_0();
 		return;
 	}
-	ref = find_ref({meter_id, 0});
-	const uint32_t index =
-		ref != nullptr && ref->hw_meter_id != 0 ? ref->hw_meter_id : NO_INDEX;
-
-	/* one walk finds the meter and, where it no longer meters with its index, who shares that */
-	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
-		if (likely(node->data.meter_id != meter_id && node->data.hw_meter_id != index))
-			continue;
-		const bool meters = node->data.enable && node->data.hw_meter_id != 0;
-		if (node->data.meter_id != meter_id) {
-			shared |= meters;
-			continue;
-		}
-		found = meters ? node : nullptr;
-		if (index == NO_INDEX || (meters && node->data.hw_meter_id == index))
+	TAILQ_FOREACH (node, &vask_p4_meter_list, next)
+		if (node->data.meter_id == meter_id)
 			break;
-	}
-	refresh(ref, found, shared);
+	refresh(find_ref({meter_id, 0}), node);
+}
+
+void
+vask_meter_created(uint32_t meter_id)
+{
+	const struct vask_p4_meter_cfg_node *last =
+		TAILQ_LAST(&vask_p4_meter_list, vask_p4_meter_list_head);
+
+	if (meter_id != 0 && last != nullptr && last->data.meter_id == meter_id)
+		refresh(find_ref({meter_id, 0}), last);
+	else
+		vask_meter_refresh(meter_id);
+}
+
+void
+vask_meter_changed(uint32_t meter_id)
+{
+	struct vask_meter_ref *ref = meter_id != 0 ? find_ref({meter_id, 0}) : nullptr;
+
+	if (ref != nullptr && ref->node != nullptr)
+		refresh(ref, ref->node);
+	else
+		vask_meter_refresh(meter_id);
+}
+
+void
+vask_meter_destroyed(uint32_t meter_id)
+{
+	struct vask_meter_ref *ref = find_ref({meter_id, 0});
+
+	if (meter_id == 0)
+		refresh_meters_0();
+	else if (ref != nullptr)
+		refresh(ref, nullptr);
 }

@@ -98,7 +98,10 @@ guarded_create(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_params *
 	const guarded_call call(error);
 	const int rc = module_ops->create(dev, mtr_id, params, shared, error);
 
-	vask_meter_refresh(mtr_id);
+	if (rc == 0)
+		vask_meter_created(mtr_id);
+	else
+		vask_meter_changed(mtr_id);
 	return call.done(rc, "meter: no free hardware meter index");
 }
 
@@ -108,7 +111,10 @@ guarded_destroy(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *
 	const guarded_call call(error);
 	const int rc = module_ops->destroy(dev, mtr_id, error);
 
-	vask_meter_refresh(mtr_id);
+	if (rc == 0)
+		vask_meter_destroyed(mtr_id);
+	else
+		vask_meter_changed(mtr_id);
 	return call.done(rc, "meter: the card refused to delete it");
 }
 
@@ -118,7 +124,7 @@ guarded_enable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *e
 	const guarded_call call(error);
 	const int rc = module_ops->meter_enable(dev, mtr_id, error);
 
-	vask_meter_refresh(mtr_id);
+	vask_meter_changed(mtr_id);
 	return call.done(rc, "meter enable: the card refused the meter's shapers");
 }
 
@@ -128,7 +134,7 @@ guarded_disable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *
 	const guarded_call call(error);
 	const int rc = module_ops->meter_disable(dev, mtr_id, error);
 
-	vask_meter_refresh(mtr_id);
+	vask_meter_changed(mtr_id);
 	return call.done(
 		rc, "meter disable: the card refused to remove the meter's shapers or binding");
 }
@@ -140,7 +146,7 @@ guarded_profile_update(
 	const guarded_call call(error);
 	const int rc = module_ops->meter_profile_update(dev, mtr_id, profile_id, error);
 
-	vask_meter_refresh(mtr_id);
+	vask_meter_changed(mtr_id);
 	return call.done(rc, "meter profile update: the card refused the meter's new profile");
 }
 
