@@ -1,4 +1,5 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -24,8 +25,8 @@ struct ref_key {
 struct vask_meter_ref {
 	struct ref_key key;
 	LIST_ENTRY(vask_meter_ref) next; /* in the chain of its key, or of the free ones */
-	const struct vask_p4_meter_cfg_node
-		*node;                 /* the module's record of it, where we have met it */
+	const struct vask_p4_meter_cfg_node *node; /* the module's record of it, or null */
+	uint32_t held;                 /* the index that it has while it is enabled, else 0 */
 	uint32_t hw_meter_id;          /* where its records stand in the card, 0: nowhere */
 	bool engine[SOFTCARD_ENGINES]; /* those that use the meter */
 	uint32_t n_rules;
@@ -42,6 +43,8 @@ static std::array<struct ref_list, 4096> chains;
 static struct ref_list free_refs;
 static struct vask_meter_ref *refs; /* REFS_MAX, or null; those from n_refs on were never taken */
 static uint32_t n_refs;
+static std::array<uint32_t, SOFTCARD_METERS> holders; /* enabled meters of each index */
+static bool uncounted;                                /* but for one that found no memory */
 
 int
 vask_meter_ref_start()
@@ -59,6 +62,8 @@ vask_meter_ref_stop()
 	n_refs = 0;
 	chains = {};
 	free_refs = {};
+	holders = {};
+	uncounted = false;
 }
 
 static struct ref_list *
@@ -95,12 +100,17 @@ add_ref(const struct ref_key &key)
 	return ref;
 }
 
-/* Forgets a meter that is gone, if no rule names it and no record stands for it. */
+/* Forgets a meter that is gone or disabled, if no rule names it. */
 static void
 drop_ref(struct vask_meter_ref *ref)
 {
-	if (ref->node != nullptr || ref->n_rules != 0 || ref->hw_meter_id != 0)
+	if (ref->held != 0 || ref->n_rules != 0)
 		return;
+	/* one that may be enabled again is kept in sight while there is room enough */
+	if (ref->node != nullptr && n_refs < SOFTCARD_METERS) {
+		std::fill_n(ref->engine, SOFTCARD_ENGINES, false);
+		return;
+	}
 	LIST_REMOVE(ref, next);
 	LIST_INSERT_HEAD(&free_refs, ref, next);
 }
@@ -224,32 +234,49 @@ leave_index(struct vask_meter_ref *ref)
 
 	show_rules(ref, 0);
 	ref->hw_meter_id = 0;
-	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
-		if (likely(node->data.hw_meter_id != index) || !node->data.enable)
-			continue;
-		struct vask_meter_ref *sharer = find_ref(key_of(node));
-		for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
-			used[dir] |= is_used(sharer, node, dir);
-		enter_index(sharer, node);
-	}
+	if (holders[index] != 0 || uncounted)
+		TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
+			if (node->data.hw_meter_id != index || !node->data.enable)
+				continue;
+			struct vask_meter_ref *sharer = find_ref(key_of(node));
+			for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
+				used[dir] |= is_used(sharer, node, dir);
+			enter_index(sharer, node);
+		}
 	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
 		if (!used[dir])
 			softcard_meter_inst_clear(dir, index);
 }
 
+/* Counts a meter among the enabled ones of an index, 0 for none. */
+static void
+hold_index(struct vask_meter_ref *ref, uint32_t index)
+{
+	if (ref->held != 0)
+		holders[ref->held]--;
+	if (index != 0)
+		holders[index]++;
+	ref->held = index;
+}
+
 /* Brings a meter in step with the module's record of it, null when that is gone. */
 static void
-refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *node)
+refresh(const struct ref_key &key, const struct vask_p4_meter_cfg_node *node)
 {
-	const bool meters = node != nullptr && node->data.enable && node->data.hw_meter_id != 0;
+	const uint32_t index = node != nullptr && node->data.enable ? node->data.hw_meter_id : 0;
+	struct vask_meter_ref *ref = find_ref(key);
 
+	if (ref == nullptr && index != 0) {
+		ref = add_ref(key);
+		uncounted |= ref == nullptr;
+	}
 	if (ref != nullptr) {
 		ref->node = node;
-		if (ref->hw_meter_id != 0 &&
-			(!meters || node->data.hw_meter_id != ref->hw_meter_id))
+		hold_index(ref, index);
+		if (ref->hw_meter_id != 0 && ref->hw_meter_id != index)
 			leave_index(ref);
 	}
-	if (meters)
+	if (index != 0)
 		enter_index(ref, node);
 	else if (ref != nullptr)
 		drop_ref(ref);
@@ -268,14 +295,14 @@ refresh_meters_0()
 		if (node->data.meter_id != 0)
 			continue;
 		held[node->data.hw_meter_id] = true;
-		enter_index(find_ref(key_of(node)), node);
+		refresh(key_of(node), node);
 	}
 	for (struct ref_list &chain : chains)
 		LIST_FOREACH (ref, &chain, next)
 			if (ref->key.meter_id == 0 && !held[ref->key.index])
 				gone = ref;
 	if (gone != nullptr)
-		refresh(gone, nullptr);
+		refresh(gone->key, nullptr);
 }
 
 void
@@ -290,7 +317,7 @@ vask_meter_refresh(uint32_t meter_id)
 	TAILQ_FOREACH (node, &vask_p4_meter_list, next)
 		if (node->data.meter_id == meter_id)
 			break;
-	refresh(find_ref({meter_id, 0}), node);
+	refresh({meter_id, 0}, node);
 }
 
 void
@@ -300,7 +327,7 @@ vask_meter_created(uint32_t meter_id)
 		TAILQ_LAST(&vask_p4_meter_list, vask_p4_meter_list_head);
 
 	if (meter_id != 0 && last != nullptr && last->data.meter_id == meter_id)
-		refresh(find_ref({meter_id, 0}), last);
+		refresh({meter_id, 0}, last);
 	else
 		vask_meter_refresh(meter_id);
 }
@@ -308,10 +335,10 @@ vask_meter_created(uint32_t meter_id)
 void
 vask_meter_changed(uint32_t meter_id)
 {
-	struct vask_meter_ref *ref = meter_id != 0 ? find_ref({meter_id, 0}) : nullptr;
+	const struct vask_meter_ref *ref = meter_id != 0 ? find_ref({meter_id, 0}) : nullptr;
 
 	if (ref != nullptr && ref->node != nullptr)
-		refresh(ref, ref->node);
+		refresh(ref->key, ref->node);
 	else
 		vask_meter_refresh(meter_id);
 }
@@ -319,10 +346,8 @@ vask_meter_changed(uint32_t meter_id)
 void
 vask_meter_destroyed(uint32_t meter_id)
 {
-	struct vask_meter_ref *ref = find_ref({meter_id, 0});
-
 	if (meter_id == 0)
 		refresh_meters_0();
-	else if (ref != nullptr)
-		refresh(ref, nullptr);
+	else
+		refresh({meter_id, 0}, nullptr);
 }
