@@ -191,6 +191,23 @@ TEST_F(FlowPort, ARuleMetersWithTheIndexOfItsMeterAndWritesTheEnginesRecord)
 	EXPECT_EQ(Record(TX, hw).valid, 1u);
 }
 
+TEST_F(FlowPort, AMeterThatLostItsPortIsEnabledWithoutARecord)
+{
+	rte_mtr_error mtr_error;
+
+	CreateMeter(9, RECEIVE);
+	const uint32_t hw = vask_p4_find_hw_meterid_by_upid(9);
+	EXPECT_EQ(Record(RX, hw).valid, 1u) << "creating it bound the port";
+	ASSERT_EQ(rte_mtr_meter_disable(port_id, 9, &mtr_error), 0);
+	EXPECT_EQ(Record(RX, hw).valid, 0u);
+
+	/* enabling binds no port, and no rule names the meter */
+	ASSERT_EQ(rte_mtr_meter_enable(port_id, 9, &mtr_error), 0);
+	EXPECT_EQ(Record(RX, hw).valid, 0u);
+	ASSERT_NE(Create(UdpRule().Meter(9)), nullptr);
+	EXPECT_EQ(Record(RX, hw).valid, 1u);
+}
+
 TEST_F(FlowPort, AMeterThatIsMissingIsRefusedWithItsAction)
 {
 	const Rule rule = UdpRule().Count().Meter(9);
