@@ -1,5 +1,4 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -25,10 +24,8 @@ struct ref_key {
 struct vask_meter_ref {
 	struct ref_key key;
 	LIST_ENTRY(vask_meter_ref) next; /* in the chain of its key, or of the free ones */
-	const struct vask_p4_meter_cfg_node *node; /* the module's record of it, or null */
-	uint32_t held;                 /* the index that it has while it is enabled, else 0 */
-	uint32_t hw_meter_id;          /* where its records stand in the card, 0: nowhere */
-	bool engine[SOFTCARD_ENGINES]; /* those that use the meter */
+	uint32_t hw_meter_id;            /* where its records stand in the card, 0: nowhere */
+	bool engine[SOFTCARD_ENGINES];   /* those that use the meter */
 	uint32_t n_rules;
 	struct rte_flow *rules[VASK_METER_RULES_MAX];
 };
@@ -43,8 +40,6 @@ static std::array<struct ref_list, 4096> chains;
 static struct ref_list free_refs;
 static struct vask_meter_ref *refs; /* REFS_MAX, or null; those from n_refs on were never taken */
 static uint32_t n_refs;
-static std::array<uint32_t, SOFTCARD_METERS> holders; /* enabled meters of each index */
-static bool uncounted;                                /* but for one that found no memory */
 
 int
 vask_meter_ref_start()
@@ -62,8 +57,6 @@ vask_meter_ref_stop()
 	n_refs = 0;
 	chains = {};
 	free_refs = {};
-	holders = {};
-	uncounted = false;
 }
 
 static struct ref_list *
@@ -100,17 +93,12 @@ add_ref(const struct ref_key &key)
 	return ref;
 }
 
-/* Forgets a meter that is gone or disabled, if no rule names it. */
+/* Forgets a meter that no rule names and no record stands for. */
 static void
 drop_ref(struct vask_meter_ref *ref)
 {
-	if (ref->held != 0 || ref->n_rules != 0)
+	if (ref->n_rules != 0 || ref->hw_meter_id != 0)
 		return;
-	/* one that may be enabled again is kept in sight while there is room enough */
-	if (ref->node != nullptr && n_refs < SOFTCARD_METERS) {
-		std::fill_n(ref->engine, SOFTCARD_ENGINES, false);
-		return;
-	}
 	LIST_REMOVE(ref, next);
 	LIST_INSERT_HEAD(&free_refs, ref, next);
 }
@@ -151,7 +139,7 @@ vask_meter_ref_attach(struct rte_flow *rule)
 	ref->rules[ref->n_rules++] = rule;
 	ref->engine[rule->spec.dir] = true;
 	rule->meter = ref;
-	vask_meter_changed(meter_id);
+	vask_meter_refresh(meter_id);
 	return 0;
 }
 
@@ -215,7 +203,6 @@ enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *nod
 				meter->meter_id);
 			return;
 		}
-		ref->node = node;
 		ref->engine[dir] = true;
 		write_record(dir, node);
 		ref->hw_meter_id = meter->hw_meter_id;
@@ -224,9 +211,13 @@ enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *nod
 		show_rules(ref, ref->hw_meter_id);
 }
 
-/* Takes a meter's records out of the card, but for those that a meter which shares its index uses. */
+/*
+ * Takes a meter's records out of the card, but for those that a meter which shares its index uses.
+ *
+ * @param shared  whether there may be such a meter, enabled.
+ */
 static void
-leave_index(struct vask_meter_ref *ref)
+leave_index(struct vask_meter_ref *ref, bool shared)
 {
 	const struct vask_p4_meter_cfg_node *node;
 	const uint32_t index = ref->hw_meter_id;
@@ -234,9 +225,9 @@ leave_index(struct vask_meter_ref *ref)
 
 	show_rules(ref, 0);
 	ref->hw_meter_id = 0;
-	if (holders[index] != 0 || uncounted)
+	if (shared)
 		TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
-			if (node->data.hw_meter_id != index || !node->data.enable)
+			if (!node->data.enable || node->data.hw_meter_id != index)
 				continue;
 			struct vask_meter_ref *sharer = find_ref(key_of(node));
 			for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
@@ -248,36 +239,15 @@ leave_index(struct vask_meter_ref *ref)
 			softcard_meter_inst_clear(dir, index);
 }
 
-/* Counts a meter among the enabled ones of an index, 0 for none. */
+/* `found`: the meter, or null when it is absent or disabled. */
 static void
-hold_index(struct vask_meter_ref *ref, uint32_t index)
+refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *found, bool shared)
 {
-	if (ref->held != 0)
-		holders[ref->held]--;
-	if (index != 0)
-		holders[index]++;
-	ref->held = index;
-}
-
-/* Brings a meter in step with the module's record of it, null when that is gone. */
-static void
-refresh(const struct ref_key &key, const struct vask_p4_meter_cfg_node *node)
-{
-	const uint32_t index = node != nullptr && node->data.enable ? node->data.hw_meter_id : 0;
-	struct vask_meter_ref *ref = find_ref(key);
-
-	if (ref == nullptr && index != 0) {
-		ref = add_ref(key);
-		uncounted |= ref == nullptr;
-	}
-	if (ref != nullptr) {
-		ref->node = node;
-		hold_index(ref, index);
-		if (ref->hw_meter_id != 0 && ref->hw_meter_id != index)
-			leave_index(ref);
-	}
-	if (index != 0)
-		enter_index(ref, node);
+	if (ref != nullptr && ref->hw_meter_id != 0 &&
+		(found == nullptr || found->data.hw_meter_id != ref->hw_meter_id))
+		leave_index(ref, shared);
+	if (found != nullptr)
+		enter_index(ref, found);
 	else if (ref != nullptr)
 		drop_ref(ref);
 }
@@ -295,29 +265,57 @@ refresh_meters_0()
 		if (node->data.meter_id != 0)
 			continue;
 		held[node->data.hw_meter_id] = true;
-		refresh(key_of(node), node);
+		enter_index(find_ref(key_of(node)), node);
 	}
 	for (struct ref_list &chain : chains)
 		LIST_FOREACH (ref, &chain, next)
 			if (ref->key.meter_id == 0 && !held[ref->key.index])
 				gone = ref;
 	if (gone != nullptr)
-		refresh(gone->key, nullptr);
+		refresh(gone, nullptr, true);
+}
+
+/* A meter other than 0, where it meters: present and enabled. */
+static const struct vask_p4_meter_cfg_node *
+metering(const struct vask_p4_meter_cfg_node *node)
+{
+	return node != nullptr && node->data.enable && node->data.hw_meter_id != 0 ? node : nullptr;
 }
 
 void
 vask_meter_refresh(uint32_t meter_id)
 {
 	const struct vask_p4_meter_cfg_node *node;
+	const struct vask_p4_meter_cfg_node *found = nullptr;
+	struct vask_meter_ref *ref = find_ref({meter_id, 0});
+	bool shared = false;
 
 	if (meter_id == 0) {
 		refresh_meters_0();
 		return;
 	}
-	TAILQ_FOREACH (node, &vask_p4_meter_list, next)
-		if (node->data.meter_id == meter_id)
+	const uint32_t index = ref != nullptr ? ref->hw_meter_id : 0;
+
+	if (index == 0) {
+		TAILQ_FOREACH (node, &vask_p4_meter_list, next)
+			if (node->data.meter_id == meter_id)
+				break;
+		refresh(ref, metering(node), false);
+		return;
+	}
+	/* one walk finds the meter and, where it no longer meters with its index, who shares that */
+	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
+		if (likely(node->data.meter_id != meter_id && node->data.hw_meter_id != index))
+			continue;
+		if (node->data.meter_id != meter_id) {
+			shared |= metering(node) != nullptr;
+			continue;
+		}
+		found = metering(node);
+		if (found != nullptr && found->data.hw_meter_id == index)
 			break;
-	refresh({meter_id, 0}, node);
+	}
+	refresh(ref, found, shared);
 }
 
 void
@@ -327,27 +325,7 @@ vask_meter_created(uint32_t meter_id)
 		TAILQ_LAST(&vask_p4_meter_list, vask_p4_meter_list_head);
 
 	if (meter_id != 0 && last != nullptr && last->data.meter_id == meter_id)
-		refresh({meter_id, 0}, last);
+		refresh(find_ref({meter_id, 0}), metering(last), true);
 	else
 		vask_meter_refresh(meter_id);
-}
-
-void
-vask_meter_changed(uint32_t meter_id)
-{
-	const struct vask_meter_ref *ref = meter_id != 0 ? find_ref({meter_id, 0}) : nullptr;
-
-	if (ref != nullptr && ref->node != nullptr)
-		refresh(ref->key, ref->node);
-	else
-		vask_meter_refresh(meter_id);
-}
-
-void
-vask_meter_destroyed(uint32_t meter_id)
-{
-	if (meter_id == 0)
-		refresh_meters_0();
-	else
-		refresh({meter_id, 0}, nullptr);
 }

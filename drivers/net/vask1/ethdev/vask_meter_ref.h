@@ -40,8 +40,8 @@ void vask_meter_ref_detach(struct rte_flow *rule);
 int vask_meter_ref_check(uint32_t meter_id);
 
 /**
- * Brings packets and card in step with the module's record of a meter. After every control call that named the
- * meter, refused or not, and before the next one, this or one of the three below is to be called.
+ * Brings packets and card in step with the module's record of a meter. To be called after any control call that
+ * named it, refused or not.
  *
  * Enabled: the instance record is written in each engine that uses the meter, and rules meter with its
  * index. Absent or disabled: rules meter nothing and the record is cleared, but for an index that another
@@ -49,18 +49,7 @@ int vask_meter_ref_check(uint32_t meter_id);
  */
 void vask_meter_refresh(uint32_t meter_id);
 
-/**
- * @name vask_meter_refresh() without its walk through all meters, for calls of which it is known what they did
- * @{
- */
-/** The call created the meter. */
+/** Likewise, without a walk through all meters, after a call that added the meter. */
 void vask_meter_created(uint32_t meter_id);
-
-/** The call may have changed the meter, and certainly did not take it away. */
-void vask_meter_changed(uint32_t meter_id);
-
-/** There is no such meter any more. */
-void vask_meter_destroyed(uint32_t meter_id);
-/** @} */
 
 #endif /* VASK_METER_REF_H */

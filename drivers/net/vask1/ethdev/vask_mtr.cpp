@@ -101,7 +101,7 @@ guarded_create(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_params *
 	if (rc == 0)
 		vask_meter_created(mtr_id);
 	else
-		vask_meter_changed(mtr_id);
+		vask_meter_refresh(mtr_id);
 	return call.done(rc, "meter: no free hardware meter index");
 }
 
@@ -111,10 +111,7 @@ guarded_destroy(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *
 	const guarded_call call(error);
 	const int rc = module_ops->destroy(dev, mtr_id, error);
 
-	if (rc == 0)
-		vask_meter_destroyed(mtr_id);
-	else
-		vask_meter_changed(mtr_id);
+	vask_meter_refresh(mtr_id);
 	return call.done(rc, "meter: the card refused to delete it");
 }
 
@@ -124,7 +121,7 @@ guarded_enable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *e
 	const guarded_call call(error);
 	const int rc = module_ops->meter_enable(dev, mtr_id, error);
 
-	vask_meter_changed(mtr_id);
+	vask_meter_refresh(mtr_id);
 	return call.done(rc, "meter enable: the card refused the meter's shapers");
 }
 
@@ -134,7 +131,7 @@ guarded_disable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *
 	const guarded_call call(error);
 	const int rc = module_ops->meter_disable(dev, mtr_id, error);
 
-	vask_meter_changed(mtr_id);
+	vask_meter_refresh(mtr_id);
 	return call.done(
 		rc, "meter disable: the card refused to remove the meter's shapers or binding");
 }
@@ -146,7 +143,7 @@ guarded_profile_update(
 	const guarded_call call(error);
 	const int rc = module_ops->meter_profile_update(dev, mtr_id, profile_id, error);
 
-	vask_meter_changed(mtr_id);
+	vask_meter_refresh(mtr_id);
 	return call.done(rc, "meter profile update: the card refused the meter's new profile");
 }
 
