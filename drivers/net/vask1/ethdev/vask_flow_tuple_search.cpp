@@ -54,7 +54,7 @@ struct some_frames {
 	{
 		return frames[index[k]];
 	}
-	void found(uint32_t k, struct vask_flow_line *line)
+	void found(uint32_t k, struct vask_flow_line *line) const
 	{
 		struct vask_flow_line **first = &best[index[k]];
 

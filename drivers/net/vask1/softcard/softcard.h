@@ -103,6 +103,7 @@ static inline void
 softcard_meter_prefetch(const struct softcard_meter *meters, uint32_t hw_meter_id)
 {
 	/* one that does not exist, or of no engine, costs a needless line, and no branch */
+	/* NOLINTNEXTLINE(performance-no-int-to-ptr): there may be no object to point into */
 	rte_prefetch0(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(meters) +
 		hw_meter_id % SOFTCARD_METERS * SOFTCARD_METER_SIZE));
 }

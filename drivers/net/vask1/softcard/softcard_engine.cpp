@@ -133,6 +133,7 @@ burst_shared(struct softcard_meter *meters, struct softcard_burst *burst, uint32
 			continue;
 		if (meter != held.meter)
 			meter_take(&held, meter);
+		/* NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): one of a table */
 		drop_mask |= packet_meter(*meter, held.state, burst, i, lengths) << i;
 	}
 	meter_release(held);
