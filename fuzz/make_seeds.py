@@ -393,6 +393,7 @@ ARGUMENTS = {
     "fault-delay": argument_seed("vask_p4_mep_add_meter_profile:18446744073709551615:0:4294967295"),
     "fault-unknown-in-one-byte": b"\0" + b"nothing:1:-5",
     "fault-no-code": argument_seed("qorn_meter_profile_update:1:x"),
+    "fault-of-what-returns-nothing": argument_seed("vask_p4_indexstack_destroy:every:-5"),
     "fault-zeroth": argument_seed("qorn_meter_profile_update:0:-5"),
 }
 TELEMETRY = {
