@@ -14,6 +14,9 @@
 
 #include <cstdint>
 
+#include <rte_mbuf.h>
+#include <rte_prefetch.h>
+
 #include "softcard.h"
 #include "vask_flow_table.h"
 #include "vask_port.h"
@@ -49,6 +52,19 @@ vask_flow_idle(const struct vask_port *port, int dir, uint32_t *port_meter)
 		? 0
 		: softcard_port_meter(dir, vask_port_sfi(port));
 	return *port_meter == 0 && state->view.load(std::memory_order_relaxed) == nullptr;
+}
+
+/** Calls the frames of a burst into the cache, if there are rules that will look into them. */
+static inline void
+vask_flow_prefetch(const struct vask_port *port, int dir, const struct softcard_burst *burst)
+{
+	const uint32_t n = burst->n;
+
+	if (port->flow[dir]->view.load(std::memory_order_relaxed) == nullptr)
+		return;
+#pragma GCC unroll 4
+	for (uint32_t i = 0; i < n; i++)
+		rte_prefetch0(rte_pktmbuf_mtod(burst->pkts[i], const void *));
 }
 
 /**

@@ -2,7 +2,6 @@
 #include <algorithm>
 
 #include <rte_mbuf.h>
-#include <rte_prefetch.h>
 
 #include "vask_flow.h"
 #include "vask_flow_frame.h"
@@ -167,12 +166,9 @@ vask_flow_state_classify(const struct vask_flow_state *state, uint16_t queue,
 {
 	const struct flow_search s = {
 		state->view.load(std::memory_order_acquire), queue, meters, burst, out};
-	const uint32_t n = burst->n;
 
 	if (s.view == nullptr)
 		return;
-	for (uint32_t i = 0; i < n; i++)
-		rte_prefetch0(rte_pktmbuf_mtod(burst->pkts[i], const void *));
 	if (s.view->n == 1)
 		classify_by_one(&s);
 	else

@@ -72,14 +72,14 @@ vask_police(struct vask_queue *q)
 	const bool strip_vlan = q->strip_vlan.load(std::memory_order_relaxed);
 	uint64_t dropped;
 
+	/* the frames come while the clock is read */
+	vask_flow_prefetch(q->port, q->dir, b);
+	vask_clock_stamp(&q->port->clock, b->pkts, n, b->now_ns);
+	memset(b->taken_off, 0, n * sizeof(b->taken_off[0]));
+
 	vask_flow_classify(q->port, q->id, q->dir, b, v);
-	if (v->metered || needs_times(q))
-		vask_clock_stamp(&q->port->clock, b->pkts, n, b->now_ns);
-	if (strip_vlan)
-		for (uint16_t i = 0; i < n; i++)
-			b->taken_off[i] = strip(q, &b->pkts[i]);
-	else if (v->metered)
-		memset(b->taken_off, 0, n * sizeof(b->taken_off[0]));
+	for (uint16_t i = 0; strip_vlan && i < n; i++)
+		b->taken_off[i] = strip(q, &b->pkts[i]);
 	if (q->leave_times)
 		vask_clock_mark(&q->port->clock, b->pkts, n, b->now_ns);
 

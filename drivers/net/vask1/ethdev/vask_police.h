@@ -15,8 +15,8 @@ bool vask_police_idle(const struct vask_queue *queue);
 
 /**
  * Sends the queue's burst, whose n and pkts are set, through rules, engine and MTU. What is dropped is counted
- * and gone afterwards; the others have closed up. Their times stand in now_ns when anybody asks for them, the
- * queues that rules send them to in tag when the verdict is `diverted`.
+ * and gone afterwards; the others have closed up. Their times stand in now_ns, the queues that rules send them
+ * to in tag when the verdict is `diverted`.
  */
 void vask_police(struct vask_queue *queue);
 

@@ -1,4 +1,6 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
+#include <cstring>
+
 #include <rte_mbuf.h>
 #include <rte_rcu_qsbr.h>
 #include <rte_ring.h>
@@ -98,19 +100,17 @@ shaper_get(struct vask_queue *q, bool flush, struct rte_mbuf **pkts, uint16_t n)
 	return done;
 }
 
-/* Makes packets the port's, counts them, and puts them where the application wants them. */
+/* Makes packets the port's and counts them. */
 void
-deliver(struct vask_queue *q, struct rte_mbuf *const *from, struct rte_mbuf **to, uint16_t n)
+deliver(struct vask_queue *q, struct rte_mbuf **pkts, uint32_t n)
 {
 	const uint16_t port_id = q->port->data->port_id;
 	uint64_t bytes = 0;
 
-	for (uint16_t i = 0; i < n; i++) {
-		struct rte_mbuf *pkt = from[i];
-
-		to[i] = pkt;
-		pkt->port = port_id;
-		bytes += pkt->pkt_len;
+#pragma GCC unroll 4
+	for (uint32_t i = 0; i < n; i++) {
+		pkts[i]->port = port_id;
+		bytes += pkts[i]->pkt_len;
 	}
 	vask_queue_count(q, VASK_PACKETS, n);
 	vask_queue_count(q, VASK_BYTES, bytes);
@@ -156,20 +156,20 @@ rx_direct(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 
 	if (q->port->rss.load(std::memory_order_relaxed) == nullptr && vask_police_idle(q)) {
 		done += rte_eth_rx_burst(uplink, q->id, &pkts[done], n - done);
-		deliver(q, pkts, pkts, done);
+		deliver(q, pkts, done);
 		return done;
 	}
-	deliver(q, pkts, pkts, done);
 	for (uint16_t room = n - done; room > 0;) {
 		const uint16_t want = RTE_MIN(room, SOFTCARD_BURST_MAX);
 		const uint16_t got = rx_policed(q, uplink, want);
 
-		deliver(q, q->burst.pkts, &pkts[done], q->burst.n);
+		memcpy(&pkts[done], q->burst.pkts, q->burst.n * sizeof(*pkts));
 		done += q->burst.n;
 		room -= got;
 		if (got < want)
 			break;
 	}
+	deliver(q, pkts, done);
 	return done;
 }
 
@@ -191,7 +191,7 @@ rx_shaped(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 		softcard_queue_put(q->shaper, b->pkts, b->now_ns, b->n);
 	}
 	n = shaper_get(q, got == 0 && q->port->clock.capture, pkts, n);
-	deliver(q, pkts, pkts, n);
+	deliver(q, pkts, n);
 	return n;
 }
 
@@ -205,7 +205,8 @@ tx_send(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t 
 	uint64_t bytes = 0;
 
 	/* the uplink may free what it takes, so that lengths are read before */
-	for (uint16_t i = 0; i < n; i++)
+#pragma GCC unroll 4
+	for (uint32_t i = 0; i < n; i++)
 		bytes += pkts[i]->pkt_len;
 	const uint16_t sent = rte_eth_tx_burst(uplink, q->id, pkts, n);
 	for (uint16_t i = sent; i < n; i++)
@@ -248,8 +249,7 @@ tx_policed(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16
 {
 	struct softcard_burst *b = &q->burst;
 
-	for (uint16_t i = 0; i < n; i++)
-		b->pkts[i] = pkts[i];
+	memcpy(b->pkts, pkts, n * sizeof(*pkts));
 	b->n = n;
 	vask_police(q);
 	if (q->shaper != nullptr) {

@@ -12,8 +12,10 @@
 static __rte_noinline void
 packet_rewrite(struct softcard_meter &meter, struct rte_mbuf **pkt, enum rte_color color)
 {
+	struct softcard_meter_rest &rest = softcard_meter_rest_of(meter);
+
 	if (meter.dscp_colors >> color & 1)
-		meter.rewritten += softcard_frame_dscp_write(pkt, meter.dscp[color]);
+		rest.rewritten += softcard_frame_dscp_write(pkt, rest.dscp[color]);
 }
 
 /* Counts a packet and marks it. Returns whether it is to be dropped. */
@@ -21,11 +23,13 @@ static inline uint64_t
 packet_count(struct softcard_meter &meter, struct softcard_burst *burst, uint32_t i,
 	uint32_t *lengths, uint32_t length, enum rte_color color)
 {
+	struct softcard_count &count = softcard_meter_count(meter, color);
+
 	lengths[i] = length;
 	rte_mbuf_sched_color_set(burst->pkts[i], color);
-	meter.colors[color].packets++;
+	count.packets++;
 	rte_compiler_barrier(); /* two additions cost less than the vector that GCC makes of them */
-	meter.colors[color].bytes += length;
+	count.bytes += length;
 	return meter.drop_colors >> color & 1;
 }
 
@@ -143,7 +147,8 @@ burst_shared(struct softcard_meter *meters, struct softcard_burst *burst, uint32
 const struct softcard_meter *
 softcard_meters(int dir)
 {
-	return softcard_engine_check(dir, 0, 1) == 0 ? softcard->engines[dir].meters : nullptr;
+	return softcard_engine_check(dir, 0, 1) == 0 ? softcard->engines[dir].table->meters.data()
+						     : nullptr;
 }
 
 uint64_t
@@ -154,7 +159,7 @@ softcard_meter_burst(int dir, struct softcard_burst *burst)
 		return 0;
 
 	struct softcard_engine &engine = softcard->engines[dir];
-	struct softcard_meter *meters = engine.meters;
+	struct softcard_meter *meters = engine.table->meters.data();
 	uint32_t lengths[SOFTCARD_BURST_MAX]; /* as the meters count them */
 	uint64_t drop_mask;
 

@@ -13,9 +13,11 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 
+#include <rte_meter.h>
 #include <rte_spinlock.h>
 
 #include "qorn_hal_user_api.h"
@@ -53,35 +55,74 @@ enum softcard_meter_flag : uint8_t {
 };
 
 /**
- * A meter as packets use it: its profile and policy in the form that a packet needs. What a green packet
- * touches is the first cache line, what others touch besides is the second.
+ * A meter as packets use it, its profile and policy in the form that a packet needs: all that a green packet
+ * touches. The others find what they touch besides in the meter's rest.
  */
-struct alignas(RTE_CACHE_LINE_SIZE) softcard_meter {
-	rte_spinlock_t lock; /* see softcard_guard.h */
+struct alignas(SOFTCARD_METER_SIZE) softcard_meter {
+	rte_spinlock_t lock; /* see softcard_guard.h; the rest's, too */
 	uint8_t flags;       /* SOFTCARD_METER_... */
 	uint8_t drop_colors; /* bit n: packets of enum rte_color n are dropped */
 	uint8_t dscp_colors; /* bit n: packets of enum rte_color n get another DSCP */
 	struct softcard_bucket_params params;
 	struct softcard_bucket_state state;
-	std::array<struct softcard_count, 3> colors; /* by enum rte_color */
+	struct softcard_count green;
+};
 
+struct alignas(SOFTCARD_METER_SIZE) softcard_meter_rest {
+	struct softcard_count yellow;
+	struct softcard_count red;
 	uint64_t rewritten;
 	std::array<uint8_t, 3> dscp; /* by enum rte_color */
 	/*
 	 * What was dropped, less what the colours count that are dropped now: packets need not count
-	 * drops. May be below 0, modulo 2^64. See softcard_meter_dropped().
+	 * drops. May be below 0, modulo 2^64.
 	 */
 	struct softcard_count dropped_base;
 };
 
-/* of 64 bytes; where lines are longer, one holds all of it */
 static_assert(sizeof(struct softcard_meter) == SOFTCARD_METER_SIZE);
-static_assert(offsetof(struct softcard_meter, colors) + sizeof(struct softcard_count) ==
-		RTE_CACHE_LINE_MIN_SIZE,
-	"a green packet touches one line");
+static_assert(sizeof(struct softcard_meter_rest) == SOFTCARD_METER_SIZE);
 
-/** What a meter has dropped. It is held, or a copy. */
-struct softcard_count softcard_meter_dropped(const struct softcard_meter &meter);
+/**
+ * The meters of an engine. The rests stand apart, so that green packets of thousands of meters keep half as
+ * much in the cache; each is as far from its meter as any other.
+ */
+struct softcard_meter_table {
+	std::array<struct softcard_meter, SOFTCARD_METERS> meters;
+	std::array<struct softcard_meter_rest, SOFTCARD_METERS> rests;
+};
+
+/** The rest of a meter of a table. */
+static inline struct softcard_meter_rest &
+softcard_meter_rest_of(struct softcard_meter &meter)
+{
+	return *reinterpret_cast<struct softcard_meter_rest *>(
+		reinterpret_cast<char *>(&meter) + offsetof(struct softcard_meter_table, rests));
+}
+
+/** What a meter of a table has counted of a colour. A table of distances, because colours are random. */
+static inline struct softcard_count &
+softcard_meter_count(struct softcard_meter &meter, enum rte_color color)
+{
+	static constexpr std::array<size_t, 3> DISTANCES = {offsetof(struct softcard_meter, green),
+		offsetof(struct softcard_meter_table, rests) +
+			offsetof(struct softcard_meter_rest, yellow),
+		offsetof(struct softcard_meter_table, rests) +
+			offsetof(struct softcard_meter_rest, red)};
+
+	return *reinterpret_cast<struct softcard_count *>(
+		reinterpret_cast<char *>(&meter) + DISTANCES[color]);
+}
+
+/** One moment's picture of a meter. */
+struct softcard_meter_picture {
+	bool metering; /* instance, profile and policy are valid */
+	struct softcard_bucket_params params;
+	struct softcard_bucket_state state;          /* levels never above the bursts */
+	std::array<struct softcard_count, 3> colors; /* by enum rte_color */
+	struct softcard_count dropped;
+	uint64_t rewritten;
+};
 
 /** The meters that use a profile or a policy. */
 struct softcard_meter_set {
@@ -104,8 +145,8 @@ struct softcard_engine {
 	std::array<struct softcard_meter_set, SOFTCARD_POLICIES> policy_users;
 	std::array<struct softcard_rate, SOFTCARD_METERS> rates;
 	std::array<std::atomic<uint16_t>, SOFTCARD_PORTS> outputs; /* hardware meter of each port */
-	struct softcard_meter *meters;                             /* SOFTCARD_METERS */
-	struct softcard_guard guard;                               /* of the meters */
+	struct softcard_meter_table *table;                        /* of the meters */
+	struct softcard_guard guard;                               /* of the table */
 };
 
 struct softcard_pipeline {
@@ -159,8 +200,16 @@ softcard_meter_inst_read(int dir, uint32_t hw_meter_id, struct vask_p4_mep_meter
 int softcard_output_write(int dir, uint32_t port_sfi, uint32_t hw_meter_id);
 int softcard_mtu_write(uint32_t port_sfi, uint16_t mtu);
 
-/** Whether an engine has a table entry of that index. */
-int softcard_engine_check(int dir, uint32_t index, uint32_t entries);
+/** Whether an engine has a table entry of that index. Inline, because each burst asks. */
+static inline int
+softcard_engine_check(int dir, uint32_t index, uint32_t entries)
+{
+	if (softcard == nullptr)
+		return -ENODEV;
+	if (dir != VASK_P4_MEP_INGRESS && dir != VASK_P4_MEP_EGRESS)
+		return -EINVAL;
+	return index < entries ? 0 : -ERANGE;
+}
 
 /** Likewise, and whether there is a record to be written or filled. */
 int softcard_record_check(int dir, uint32_t index, uint32_t entries, const void *record);
@@ -169,12 +218,12 @@ int softcard_record_check(int dir, uint32_t index, uint32_t entries, const void 
 /** Brings what packets use of the meters in a set up to what the engine's tables hold. */
 void softcard_meter_set_refresh(int dir, const struct softcard_meter_set *set);
 
-/** One moment's picture of a meter, its levels never above the bursts. */
-struct softcard_meter softcard_meter_copy(int dir, uint32_t hw_meter_id);
+/** Takes a picture of a meter. */
+struct softcard_meter_picture softcard_meter_look(int dir, uint32_t hw_meter_id);
 
 /** Fills an instance record as the engine shows it. */
-void softcard_meter_inst_fill(int dir, uint32_t hw_meter_id, const struct softcard_meter &meter,
-	struct vask_p4_mep_meter_inst_table *inst);
+void softcard_meter_inst_fill(int dir, uint32_t hw_meter_id,
+	const struct softcard_meter_picture &meter, struct vask_p4_mep_meter_inst_table *inst);
 
 /**
  * @name Pipeline tables

@@ -26,11 +26,11 @@ softcard_start()
 	struct softcard *card = static_cast<struct softcard *>(memory);
 
 	for (auto &engine : card->engines) {
-		engine.meters = static_cast<struct softcard_meter *>(rte_zmalloc("softcard_meters",
-			SOFTCARD_METERS * sizeof(struct softcard_meter),
-			alignof(struct softcard_meter)));
-		if (engine.meters == nullptr) {
-			rte_free(card->engines[0].meters);
+		engine.table = static_cast<struct softcard_meter_table *>(
+			rte_zmalloc("softcard_meters", sizeof(struct softcard_meter_table),
+				alignof(struct softcard_meter_table)));
+		if (engine.table == nullptr) {
+			rte_free(card->engines[0].table);
 			free(memory);
 			return -ENOMEM;
 		}
@@ -46,20 +46,10 @@ softcard_stop()
 		return;
 
 	for (auto &engine : softcard->engines)
-		rte_free(engine.meters);
+		rte_free(engine.table);
 	free(softcard);
 	softcard = nullptr;
 	softcard_fault_clear();
-}
-
-int
-softcard_engine_check(int dir, uint32_t index, uint32_t entries)
-{
-	if (softcard == nullptr)
-		return -ENODEV;
-	if (dir != VASK_P4_MEP_INGRESS && dir != VASK_P4_MEP_EGRESS)
-		return -EINVAL;
-	return index < entries ? 0 : -ERANGE;
 }
 
 int

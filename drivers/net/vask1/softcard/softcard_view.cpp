@@ -13,12 +13,11 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 	if (rc != 0)
 		return rc;
 
-	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
-	const struct softcard_count dropped = softcard_meter_dropped(meter);
+	const struct softcard_meter_picture meter = softcard_meter_look(dir, hw_meter_id);
 
 	*view = {};
 	softcard_meter_inst_fill(dir, hw_meter_id, meter, &view->inst);
-	view->metering = (meter.flags & SOFTCARD_METER_ON) != 0;
+	view->metering = meter.metering;
 	view->level_c = meter.state.level_c;
 	view->level_e = meter.state.level_e;
 	view->burst_c = softcard_bucket_full_c(meter.params);
@@ -29,8 +28,8 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 		view->packets[color] = meter.colors[color].packets;
 		view->bytes[color] = meter.colors[color].bytes;
 	}
-	view->dropped_packets = dropped.packets;
-	view->dropped_bytes = dropped.bytes;
+	view->dropped_packets = meter.dropped.packets;
+	view->dropped_bytes = meter.dropped.bytes;
 	view->rewritten = meter.rewritten;
 	view->passed_bytes_s = softcard->engines[dir].rates[hw_meter_id].bytes_s;
 	return 0;
@@ -39,11 +38,11 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 static void
 rate_sample(int dir, uint32_t hw_meter_id)
 {
-	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
+	const struct softcard_meter_picture meter = softcard_meter_look(dir, hw_meter_id);
 	struct softcard_rate &rate = softcard->engines[dir].rates[hw_meter_id];
 	const uint64_t passed = meter.colors[RTE_COLOR_GREEN].bytes +
 		meter.colors[RTE_COLOR_YELLOW].bytes + meter.colors[RTE_COLOR_RED].bytes -
-		softcard_meter_dropped(meter).bytes;
+		meter.dropped.bytes;
 	const uint64_t elapsed = meter.state.last_ns - rate.last_ns;
 
 	/* No packet since the last sample, or the first sample of all: no time to divide by. */
