@@ -9,7 +9,7 @@
  */
 
 #include <cstring>
-#ifdef __SSE4_2__
+#if defined(__SSE4_2__) && defined(__x86_64__)
 #include <nmmintrin.h>
 #endif
 
@@ -26,7 +26,7 @@ vask_flow_key_hash(const uint64_t *key, uint32_t n_words)
 	uint32_t hash = 0;
 
 	for (uint32_t w = 0; w < n_words; w++)
-#ifdef __SSE4_2__
+#if defined(__SSE4_2__) && defined(__x86_64__)
 		/* rte_hash_crc_8byte() asks at each word which instructions there are */
 		hash = static_cast<uint32_t>(_mm_crc32_u64(hash, key[w]));
 #else

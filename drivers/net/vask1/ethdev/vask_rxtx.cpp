@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
-#include <cstring>
+#include <algorithm>
 
 #include <rte_mbuf.h>
 #include <rte_rcu_qsbr.h>
@@ -102,11 +102,12 @@ shaper_get(struct vask_queue *q, bool flush, struct rte_mbuf **pkts, uint16_t n)
 
 /* Makes packets the port's and counts them. */
 void
-deliver(struct vask_queue *q, struct rte_mbuf **pkts, uint32_t n)
+deliver(struct vask_queue *q, struct rte_mbuf *const *pkts, uint16_t n)
 {
 	const uint16_t port_id = q->port->data->port_id;
 	uint64_t bytes = 0;
 
+	/* all that an idle port does with a packet: counting the turns would be half of it */
 #pragma GCC unroll 4
 	for (uint32_t i = 0; i < n; i++) {
 		pkts[i]->port = port_id;
@@ -163,7 +164,7 @@ rx_direct(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 		const uint16_t want = RTE_MIN(room, SOFTCARD_BURST_MAX);
 		const uint16_t got = rx_policed(q, uplink, want);
 
-		memcpy(&pkts[done], q->burst.pkts, q->burst.n * sizeof(*pkts));
+		std::copy_n(q->burst.pkts, q->burst.n, &pkts[done]);
 		done += q->burst.n;
 		room -= got;
 		if (got < want)
@@ -249,7 +250,7 @@ tx_policed(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16
 {
 	struct softcard_burst *b = &q->burst;
 
-	memcpy(b->pkts, pkts, n * sizeof(*pkts));
+	std::copy_n(pkts, n, b->pkts);
 	b->n = n;
 	vask_police(q);
 	if (q->shaper != nullptr) {

@@ -23,7 +23,7 @@ static inline uint64_t
 packet_count(struct softcard_meter &meter, struct softcard_burst *burst, uint32_t i,
 	uint32_t *lengths, uint32_t length, enum rte_color color)
 {
-	struct softcard_count &count = softcard_meter_count(meter, color);
+	struct softcard_count &count = softcard_meter_count_of(meter, color);
 
 	lengths[i] = length;
 	rte_mbuf_sched_color_set(burst->pkts[i], color);

@@ -38,19 +38,16 @@ meter_fill(struct softcard_meter &meter)
 	meter.state.level_e = UINT64_MAX;
 }
 
-static constexpr std::array<enum rte_color, 3> COLORS = {
-	RTE_COLOR_GREEN, RTE_COLOR_YELLOW, RTE_COLOR_RED};
-
 /* What a meter has dropped. */
 static struct softcard_count
 meter_dropped(struct softcard_meter &meter)
 {
 	struct softcard_count dropped = softcard_meter_rest_of(meter).dropped_base;
 
-	for (const enum rte_color color : COLORS) {
+	for (uint32_t color = 0; color < RTE_COLORS; color++) {
 		if (meter.drop_colors >> color & 1) {
-			dropped.packets += softcard_meter_count(meter, color).packets;
-			dropped.bytes += softcard_meter_count(meter, color).bytes;
+			dropped.packets += softcard_meter_count_of(meter, color).packets;
+			dropped.bytes += softcard_meter_count_of(meter, color).bytes;
 		}
 	}
 	return dropped;
@@ -67,7 +64,7 @@ policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_poli
 
 	meter.drop_colors = 0;
 	meter.dscp_colors = 0;
-	for (const enum rte_color color : COLORS) {
+	for (uint32_t color = 0; color < actions.size(); color++) {
 		meter.drop_colors |= (actions[color] == SOFTCARD_ACTION_DROP) << color;
 		meter.dscp_colors |= (actions[color] == SOFTCARD_ACTION_DSCP) << color;
 	}
@@ -132,7 +129,7 @@ meter_reset(int dir, uint32_t hw_meter_id)
 	meter.state.last_ns = 0;
 	meter_fill(meter);
 	meter.green = {};
-	engine.table->rests[hw_meter_id] = {};
+	softcard_meter_rest_of(meter) = {};
 	engine.rates[hw_meter_id] = {};
 }
 
@@ -206,8 +203,8 @@ softcard_meter_look(int dir, uint32_t hw_meter_id)
 		picture.metering = (meter.flags & SOFTCARD_METER_ON) != 0;
 		picture.params = meter.params;
 		picture.state = meter.state;
-		for (const enum rte_color color : COLORS)
-			picture.colors[color] = softcard_meter_count(meter, color);
+		for (uint32_t color = 0; color < picture.colors.size(); color++)
+			picture.colors[color] = softcard_meter_count_of(meter, color);
 		picture.dropped = meter_dropped(meter);
 		picture.rewritten = softcard_meter_rest_of(meter).rewritten;
 	}
@@ -219,16 +216,16 @@ softcard_meter_look(int dir, uint32_t hw_meter_id)
 }
 
 void
-softcard_meter_inst_fill(int dir, uint32_t hw_meter_id, const struct softcard_meter_picture &meter,
-	struct vask_p4_mep_meter_inst_table *inst)
+softcard_meter_inst_fill(int dir, uint32_t hw_meter_id,
+	const struct softcard_meter_picture &picture, struct vask_p4_mep_meter_inst_table *inst)
 {
 	*inst = softcard->engines[dir].insts[hw_meter_id];
-	inst->bkt_c = record_level(meter.params, meter.state.level_c);
-	inst->bkt_e = record_level(meter.params, meter.state.level_e);
-	inst->drop_pkt_cnt = meter.dropped.packets;
-	inst->pkt_len_c = meter.colors[RTE_COLOR_GREEN].bytes;
-	inst->pkt_len_e = meter.colors[RTE_COLOR_YELLOW].bytes;
-	inst->drop_pkt_len_cnt = meter.dropped.bytes;
+	inst->bkt_c = record_level(picture.params, picture.state.level_c);
+	inst->bkt_e = record_level(picture.params, picture.state.level_e);
+	inst->drop_pkt_cnt = picture.dropped.packets;
+	inst->pkt_len_c = picture.colors[RTE_COLOR_GREEN].bytes;
+	inst->pkt_len_e = picture.colors[RTE_COLOR_YELLOW].bytes;
+	inst->drop_pkt_len_cnt = picture.dropped.bytes;
 }
 
 int

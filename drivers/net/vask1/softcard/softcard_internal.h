@@ -55,8 +55,8 @@ enum softcard_meter_flag : uint8_t {
 };
 
 /**
- * A meter as packets use it, its profile and policy in the form that a packet needs: all that a green packet
- * touches. The others find what they touch besides in the meter's rest.
+ * A meter as packets use it, its profile and policy in the form that a packet needs: all that a packet touches
+ * which is green and stays as it is. Others find what they touch besides in the meter's rest.
  */
 struct alignas(SOFTCARD_METER_SIZE) softcard_meter {
 	rte_spinlock_t lock; /* see softcard_guard.h; the rest's, too */
@@ -69,15 +69,15 @@ struct alignas(SOFTCARD_METER_SIZE) softcard_meter {
 };
 
 struct alignas(SOFTCARD_METER_SIZE) softcard_meter_rest {
-	struct softcard_count yellow;
 	struct softcard_count red;
 	uint64_t rewritten;
-	std::array<uint8_t, 3> dscp; /* by enum rte_color */
 	/*
 	 * What was dropped, less what the colours count that are dropped now: packets need not count
 	 * drops. May be below 0, modulo 2^64.
 	 */
 	struct softcard_count dropped_base;
+	std::array<uint8_t, 3> dscp; /* by enum rte_color */
+	struct softcard_count yellow;
 };
 
 static_assert(sizeof(struct softcard_meter) == SOFTCARD_METER_SIZE);
@@ -85,7 +85,8 @@ static_assert(sizeof(struct softcard_meter_rest) == SOFTCARD_METER_SIZE);
 
 /**
  * The meters of an engine. The rests stand apart, so that green packets of thousands of meters keep half as
- * much in the cache; each is as far from its meter as any other.
+ * much in the cache; each is as far from its meter as any other. That is whole pages, so counters have other
+ * places in a rest than buckets in a meter: x86 takes equal low bits of an address for the same address.
  */
 struct softcard_meter_table {
 	std::array<struct softcard_meter, SOFTCARD_METERS> meters;
@@ -100,9 +101,9 @@ softcard_meter_rest_of(struct softcard_meter &meter)
 		reinterpret_cast<char *>(&meter) + offsetof(struct softcard_meter_table, rests));
 }
 
-/** What a meter of a table has counted of a colour. A table of distances, because colours are random. */
+/** What a meter of a table has counted of an enum rte_color. By distances, as colours come at random. */
 static inline struct softcard_count &
-softcard_meter_count(struct softcard_meter &meter, enum rte_color color)
+softcard_meter_count_of(struct softcard_meter &meter, uint32_t color)
 {
 	static constexpr std::array<size_t, 3> DISTANCES = {offsetof(struct softcard_meter, green),
 		offsetof(struct softcard_meter_table, rests) +
@@ -218,12 +219,12 @@ int softcard_record_check(int dir, uint32_t index, uint32_t entries, const void 
 /** Brings what packets use of the meters in a set up to what the engine's tables hold. */
 void softcard_meter_set_refresh(int dir, const struct softcard_meter_set *set);
 
-/** Takes a picture of a meter. */
+/** A meter as it is at one moment: no packet passes it meanwhile. */
 struct softcard_meter_picture softcard_meter_look(int dir, uint32_t hw_meter_id);
 
 /** Fills an instance record as the engine shows it. */
 void softcard_meter_inst_fill(int dir, uint32_t hw_meter_id,
-	const struct softcard_meter_picture &meter, struct vask_p4_mep_meter_inst_table *inst);
+	const struct softcard_meter_picture &picture, struct vask_p4_mep_meter_inst_table *inst);
 
 /**
  * @name Pipeline tables
