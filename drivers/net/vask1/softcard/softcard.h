@@ -31,8 +31,8 @@ constexpr uint32_t SOFTCARD_POLICIES = 256;
 constexpr uint32_t SOFTCARD_METERS = 4096;
 constexpr uint32_t SOFTCARD_PORTS = 16384; /* the 14 bits of a source-port number */
 constexpr uint16_t SOFTCARD_BURST_MAX = 64;
-/** Bytes from one meter to the next. */
-constexpr size_t SOFTCARD_METER_SIZE = 64;
+/** Bytes from one meter to the next: two lines of 64, or one that is longer. */
+constexpr size_t SOFTCARD_METER_SIZE = 128;
 
 /**
  * Powers the card up: every table empty, every counter zero.

@@ -12,10 +12,8 @@
 static __rte_noinline void
 packet_rewrite(struct softcard_meter &meter, struct rte_mbuf **pkt, enum rte_color color)
 {
-	struct softcard_meter_rest &rest = softcard_meter_rest_of(meter);
-
 	if (meter.dscp_colors >> color & 1)
-		rest.rewritten += softcard_frame_dscp_write(pkt, rest.dscp[color]);
+		meter.rewritten += softcard_frame_dscp_write(pkt, meter.dscp[color]);
 }
 
 /* Counts a packet and marks it. Returns whether it is to be dropped. */
@@ -23,13 +21,11 @@ static inline uint64_t
 packet_count(struct softcard_meter &meter, struct softcard_burst *burst, uint32_t i,
 	uint32_t *lengths, uint32_t length, enum rte_color color)
 {
-	struct softcard_count &count = softcard_meter_count_of(meter, color);
-
 	lengths[i] = length;
 	rte_mbuf_sched_color_set(burst->pkts[i], color);
-	count.packets++;
+	meter.colors[color].packets++;
 	rte_compiler_barrier(); /* two additions cost less than the vector that GCC makes of them */
-	count.bytes += length;
+	meter.colors[color].bytes += length;
 	return meter.drop_colors >> color & 1;
 }
 
@@ -147,8 +143,7 @@ burst_shared(struct softcard_meter *meters, struct softcard_burst *burst, uint32
 const struct softcard_meter *
 softcard_meters(int dir)
 {
-	return softcard_engine_check(dir, 0, 1) == 0 ? softcard->engines[dir].table->meters.data()
-						     : nullptr;
+	return softcard_engine_check(dir, 0, 1) == 0 ? softcard->engines[dir].meters : nullptr;
 }
 
 uint64_t
@@ -159,7 +154,7 @@ softcard_meter_burst(int dir, struct softcard_burst *burst)
 		return 0;
 
 	struct softcard_engine &engine = softcard->engines[dir];
-	struct softcard_meter *meters = engine.table->meters.data();
+	struct softcard_meter *meters = engine.meters;
 	uint32_t lengths[SOFTCARD_BURST_MAX]; /* as the meters count them */
 	uint64_t drop_mask;
 

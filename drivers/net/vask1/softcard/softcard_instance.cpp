@@ -38,16 +38,15 @@ meter_fill(struct softcard_meter &meter)
 	meter.state.level_e = UINT64_MAX;
 }
 
-/* What a meter has dropped. */
-static struct softcard_count
-meter_dropped(struct softcard_meter &meter)
+struct softcard_count
+softcard_meter_dropped(const struct softcard_meter &meter)
 {
-	struct softcard_count dropped = softcard_meter_rest_of(meter).dropped_base;
+	struct softcard_count dropped = meter.dropped_base;
 
-	for (uint32_t color = 0; color < RTE_COLORS; color++) {
+	for (uint32_t color = 0; color < meter.colors.size(); color++) {
 		if (meter.drop_colors >> color & 1) {
-			dropped.packets += softcard_meter_count_of(meter, color).packets;
-			dropped.bytes += softcard_meter_count_of(meter, color).bytes;
+			dropped.packets += meter.colors[color].packets;
+			dropped.bytes += meter.colors[color].bytes;
 		}
 	}
 	return dropped;
@@ -59,8 +58,7 @@ policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_poli
 {
 	const std::array<uint32_t, 3> actions = {
 		policy.green_action, policy.yellow_action, policy.red_action};
-	const struct softcard_count before = meter_dropped(meter);
-	struct softcard_meter_rest &rest = softcard_meter_rest_of(meter);
+	const struct softcard_count before = softcard_meter_dropped(meter);
 
 	meter.drop_colors = 0;
 	meter.dscp_colors = 0;
@@ -68,12 +66,12 @@ policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_poli
 		meter.drop_colors |= (actions[color] == SOFTCARD_ACTION_DROP) << color;
 		meter.dscp_colors |= (actions[color] == SOFTCARD_ACTION_DSCP) << color;
 	}
-	rest.dscp = {static_cast<uint8_t>(policy.green_dscp),
+	meter.dscp = {static_cast<uint8_t>(policy.green_dscp),
 		static_cast<uint8_t>(policy.yellow_dscp), static_cast<uint8_t>(policy.red_dscp)};
 
-	const struct softcard_count after = meter_dropped(meter);
-	rest.dropped_base.packets += before.packets - after.packets;
-	rest.dropped_base.bytes += before.bytes - after.bytes;
+	const struct softcard_count after = softcard_meter_dropped(meter);
+	meter.dropped_base.packets += before.packets - after.packets;
+	meter.dropped_base.bytes += before.bytes - after.bytes;
 }
 
 /* Copies what the tables say about a meter to where packets find it, levels cut to the bursts. */
@@ -84,7 +82,7 @@ meter_refresh(int dir, uint32_t hw_meter_id)
 	const struct vask_p4_mep_meter_inst_table &inst = engine.insts[hw_meter_id];
 	const struct vask_p4_mep_meter_profile_table &profile = engine.profiles[inst.profile_id];
 	const struct vask_p4_mep_meter_policy_table &policy = engine.policies[inst.policy_id];
-	struct softcard_meter &meter = engine.table->meters[hw_meter_id];
+	struct softcard_meter &meter = engine.meters[hw_meter_id];
 	const bool metering = inst.valid && profile.valid && policy.valid;
 	const softcard_meter_hold hold(engine.guard, meter.lock);
 
@@ -122,14 +120,15 @@ static void
 meter_reset(int dir, uint32_t hw_meter_id)
 {
 	struct softcard_engine &engine = softcard->engines[dir];
-	struct softcard_meter &meter = engine.table->meters[hw_meter_id];
+	struct softcard_meter &meter = engine.meters[hw_meter_id];
 	const softcard_meter_hold hold(engine.guard, meter.lock);
 
 	meter.flags = 0;
 	meter.state.last_ns = 0;
 	meter_fill(meter);
-	meter.green = {};
-	softcard_meter_rest_of(meter) = {};
+	meter.rewritten = 0;
+	meter.colors = {};
+	meter.dropped_base = {};
 	engine.rates[hw_meter_id] = {};
 }
 
@@ -190,42 +189,42 @@ record_level(const struct softcard_bucket_params &params, uint64_t level)
 	return params.packet_mode ? whole : whole / RECORD_LEVEL_BYTES;
 }
 
-struct softcard_meter_picture
-softcard_meter_look(int dir, uint32_t hw_meter_id)
+struct softcard_meter
+softcard_meter_copy(int dir, uint32_t hw_meter_id)
 {
 	struct softcard_engine &engine = softcard->engines[dir];
-	struct softcard_meter &meter = engine.table->meters[hw_meter_id];
-	struct softcard_meter_picture picture;
+	struct softcard_meter &meter = engine.meters[hw_meter_id];
+	struct softcard_meter copy = {}; /* all but the lock, which others may be trying */
 
 	{
 		const softcard_meter_hold hold(engine.guard, meter.lock);
 
-		picture.metering = (meter.flags & SOFTCARD_METER_ON) != 0;
-		picture.params = meter.params;
-		picture.state = meter.state;
-		for (uint32_t color = 0; color < picture.colors.size(); color++)
-			picture.colors[color] = softcard_meter_count_of(meter, color);
-		picture.dropped = meter_dropped(meter);
-		picture.rewritten = softcard_meter_rest_of(meter).rewritten;
+		copy.flags = meter.flags;
+		copy.params = meter.params;
+		copy.state = meter.state;
+		copy.rewritten = meter.rewritten;
+		copy.colors = meter.colors;
+		copy.drop_colors = meter.drop_colors;
+		copy.dropped_base = meter.dropped_base;
 	}
-	picture.state.level_c =
-		std::min(picture.state.level_c, softcard_bucket_full_c(picture.params));
-	picture.state.level_e =
-		std::min(picture.state.level_e, softcard_bucket_full_e(picture.params));
-	return picture;
+	copy.state.level_c = std::min(copy.state.level_c, softcard_bucket_full_c(copy.params));
+	copy.state.level_e = std::min(copy.state.level_e, softcard_bucket_full_e(copy.params));
+	return copy;
 }
 
 void
-softcard_meter_inst_fill(int dir, uint32_t hw_meter_id,
-	const struct softcard_meter_picture &picture, struct vask_p4_mep_meter_inst_table *inst)
+softcard_meter_inst_fill(int dir, uint32_t hw_meter_id, const struct softcard_meter &meter,
+	struct vask_p4_mep_meter_inst_table *inst)
 {
+	const struct softcard_count dropped = softcard_meter_dropped(meter);
+
 	*inst = softcard->engines[dir].insts[hw_meter_id];
-	inst->bkt_c = record_level(picture.params, picture.state.level_c);
-	inst->bkt_e = record_level(picture.params, picture.state.level_e);
-	inst->drop_pkt_cnt = picture.dropped.packets;
-	inst->pkt_len_c = picture.colors[RTE_COLOR_GREEN].bytes;
-	inst->pkt_len_e = picture.colors[RTE_COLOR_YELLOW].bytes;
-	inst->drop_pkt_len_cnt = picture.dropped.bytes;
+	inst->bkt_c = record_level(meter.params, meter.state.level_c);
+	inst->bkt_e = record_level(meter.params, meter.state.level_e);
+	inst->drop_pkt_cnt = dropped.packets;
+	inst->pkt_len_c = meter.colors[RTE_COLOR_GREEN].bytes;
+	inst->pkt_len_e = meter.colors[RTE_COLOR_YELLOW].bytes;
+	inst->drop_pkt_len_cnt = dropped.bytes;
 }
 
 int
@@ -235,6 +234,6 @@ softcard_meter_inst_read(int dir, uint32_t hw_meter_id, struct vask_p4_mep_meter
 	if (rc != 0)
 		return rc;
 
-	softcard_meter_inst_fill(dir, hw_meter_id, softcard_meter_look(dir, hw_meter_id), inst);
+	softcard_meter_inst_fill(dir, hw_meter_id, softcard_meter_copy(dir, hw_meter_id), inst);
 	return 0;
 }

@@ -17,7 +17,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <rte_meter.h>
 #include <rte_spinlock.h>
 
 #include "qorn_hal_user_api.h"
@@ -55,75 +54,35 @@ enum softcard_meter_flag : uint8_t {
 };
 
 /**
- * A meter as packets use it, its profile and policy in the form that a packet needs: all that a packet touches
- * which is green and stays as it is. Others find what they touch besides in the meter's rest.
+ * A meter as packets use it: its profile and policy in the form that a packet needs. What a green packet
+ * touches is the first cache line, what others touch besides is the second.
  */
-struct alignas(SOFTCARD_METER_SIZE) softcard_meter {
-	rte_spinlock_t lock; /* see softcard_guard.h; the rest's, too */
+struct alignas(RTE_CACHE_LINE_SIZE) softcard_meter {
+	rte_spinlock_t lock; /* see softcard_guard.h */
 	uint8_t flags;       /* SOFTCARD_METER_... */
 	uint8_t drop_colors; /* bit n: packets of enum rte_color n are dropped */
 	uint8_t dscp_colors; /* bit n: packets of enum rte_color n get another DSCP */
 	struct softcard_bucket_params params;
 	struct softcard_bucket_state state;
-	struct softcard_count green;
-};
+	std::array<struct softcard_count, 3> colors; /* by enum rte_color */
 
-struct alignas(SOFTCARD_METER_SIZE) softcard_meter_rest {
-	struct softcard_count red;
 	uint64_t rewritten;
+	std::array<uint8_t, 3> dscp; /* by enum rte_color */
 	/*
 	 * What was dropped, less what the colours count that are dropped now: packets need not count
-	 * drops. May be below 0, modulo 2^64.
+	 * drops. May be below 0, modulo 2^64. See softcard_meter_dropped().
 	 */
 	struct softcard_count dropped_base;
-	std::array<uint8_t, 3> dscp; /* by enum rte_color */
-	struct softcard_count yellow;
 };
 
+/* of 64 bytes; where lines are longer, one holds all of it */
 static_assert(sizeof(struct softcard_meter) == SOFTCARD_METER_SIZE);
-static_assert(sizeof(struct softcard_meter_rest) == SOFTCARD_METER_SIZE);
+static_assert(offsetof(struct softcard_meter, colors) + sizeof(struct softcard_count) ==
+		RTE_CACHE_LINE_MIN_SIZE,
+	"a green packet touches one line");
 
-/**
- * The meters of an engine. The rests stand apart, so that green packets of thousands of meters keep half as
- * much in the cache; each is as far from its meter as any other. That is whole pages, so counters have other
- * places in a rest than buckets in a meter: x86 takes equal low bits of an address for the same address.
- */
-struct softcard_meter_table {
-	std::array<struct softcard_meter, SOFTCARD_METERS> meters;
-	std::array<struct softcard_meter_rest, SOFTCARD_METERS> rests;
-};
-
-/** The rest of a meter of a table. */
-static inline struct softcard_meter_rest &
-softcard_meter_rest_of(struct softcard_meter &meter)
-{
-	return *reinterpret_cast<struct softcard_meter_rest *>(
-		reinterpret_cast<char *>(&meter) + offsetof(struct softcard_meter_table, rests));
-}
-
-/** What a meter of a table has counted of an enum rte_color. By distances, as colours come at random. */
-static inline struct softcard_count &
-softcard_meter_count_of(struct softcard_meter &meter, uint32_t color)
-{
-	static constexpr std::array<size_t, 3> DISTANCES = {offsetof(struct softcard_meter, green),
-		offsetof(struct softcard_meter_table, rests) +
-			offsetof(struct softcard_meter_rest, yellow),
-		offsetof(struct softcard_meter_table, rests) +
-			offsetof(struct softcard_meter_rest, red)};
-
-	return *reinterpret_cast<struct softcard_count *>(
-		reinterpret_cast<char *>(&meter) + DISTANCES[color]);
-}
-
-/** One moment's picture of a meter. */
-struct softcard_meter_picture {
-	bool metering; /* instance, profile and policy are valid */
-	struct softcard_bucket_params params;
-	struct softcard_bucket_state state;          /* levels never above the bursts */
-	std::array<struct softcard_count, 3> colors; /* by enum rte_color */
-	struct softcard_count dropped;
-	uint64_t rewritten;
-};
+/** What a meter has dropped. It is held, or a copy. */
+struct softcard_count softcard_meter_dropped(const struct softcard_meter &meter);
 
 /** The meters that use a profile or a policy. */
 struct softcard_meter_set {
@@ -146,8 +105,8 @@ struct softcard_engine {
 	std::array<struct softcard_meter_set, SOFTCARD_POLICIES> policy_users;
 	std::array<struct softcard_rate, SOFTCARD_METERS> rates;
 	std::array<std::atomic<uint16_t>, SOFTCARD_PORTS> outputs; /* hardware meter of each port */
-	struct softcard_meter_table *table;                        /* of the meters */
-	struct softcard_guard guard;                               /* of the table */
+	struct softcard_meter *meters;                             /* SOFTCARD_METERS */
+	struct softcard_guard guard;                               /* of the meters */
 };
 
 struct softcard_pipeline {
@@ -219,12 +178,12 @@ int softcard_record_check(int dir, uint32_t index, uint32_t entries, const void 
 /** Brings what packets use of the meters in a set up to what the engine's tables hold. */
 void softcard_meter_set_refresh(int dir, const struct softcard_meter_set *set);
 
-/** A meter as it is at one moment: no packet passes it meanwhile. */
-struct softcard_meter_picture softcard_meter_look(int dir, uint32_t hw_meter_id);
+/** One moment's picture of a meter, its levels never above the bursts. */
+struct softcard_meter softcard_meter_copy(int dir, uint32_t hw_meter_id);
 
 /** Fills an instance record as the engine shows it. */
-void softcard_meter_inst_fill(int dir, uint32_t hw_meter_id,
-	const struct softcard_meter_picture &picture, struct vask_p4_mep_meter_inst_table *inst);
+void softcard_meter_inst_fill(int dir, uint32_t hw_meter_id, const struct softcard_meter &meter,
+	struct vask_p4_mep_meter_inst_table *inst);
 
 /**
  * @name Pipeline tables

@@ -26,11 +26,11 @@ softcard_start()
 	struct softcard *card = static_cast<struct softcard *>(memory);
 
 	for (auto &engine : card->engines) {
-		engine.table = static_cast<struct softcard_meter_table *>(
-			rte_zmalloc("softcard_meters", sizeof(struct softcard_meter_table),
-				alignof(struct softcard_meter_table)));
-		if (engine.table == nullptr) {
-			rte_free(card->engines[0].table);
+		engine.meters = static_cast<struct softcard_meter *>(rte_zmalloc("softcard_meters",
+			SOFTCARD_METERS * sizeof(struct softcard_meter),
+			alignof(struct softcard_meter)));
+		if (engine.meters == nullptr) {
+			rte_free(card->engines[0].meters);
 			free(memory);
 			return -ENOMEM;
 		}
@@ -46,7 +46,7 @@ softcard_stop()
 		return;
 
 	for (auto &engine : softcard->engines)
-		rte_free(engine.table);
+		rte_free(engine.meters);
 	free(softcard);
 	softcard = nullptr;
 	softcard_fault_clear();

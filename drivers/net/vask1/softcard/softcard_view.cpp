@@ -13,24 +13,25 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 	if (rc != 0)
 		return rc;
 
-	const struct softcard_meter_picture picture = softcard_meter_look(dir, hw_meter_id);
+	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
+	const struct softcard_count dropped = softcard_meter_dropped(meter);
 
 	*view = {};
-	softcard_meter_inst_fill(dir, hw_meter_id, picture, &view->inst);
-	view->metering = picture.metering;
-	view->level_c = picture.state.level_c;
-	view->level_e = picture.state.level_e;
-	view->burst_c = softcard_bucket_full_c(picture.params);
-	view->burst_e = softcard_bucket_full_e(picture.params);
-	view->level_unit = SOFTCARD_LEVEL_UNIT[picture.params.packet_mode];
-	view->last_ns = picture.state.last_ns;
+	softcard_meter_inst_fill(dir, hw_meter_id, meter, &view->inst);
+	view->metering = (meter.flags & SOFTCARD_METER_ON) != 0;
+	view->level_c = meter.state.level_c;
+	view->level_e = meter.state.level_e;
+	view->burst_c = softcard_bucket_full_c(meter.params);
+	view->burst_e = softcard_bucket_full_e(meter.params);
+	view->level_unit = SOFTCARD_LEVEL_UNIT[meter.params.packet_mode];
+	view->last_ns = meter.state.last_ns;
 	for (size_t color = 0; color < std::size(view->packets); color++) {
-		view->packets[color] = picture.colors[color].packets;
-		view->bytes[color] = picture.colors[color].bytes;
+		view->packets[color] = meter.colors[color].packets;
+		view->bytes[color] = meter.colors[color].bytes;
 	}
-	view->dropped_packets = picture.dropped.packets;
-	view->dropped_bytes = picture.dropped.bytes;
-	view->rewritten = picture.rewritten;
+	view->dropped_packets = dropped.packets;
+	view->dropped_bytes = dropped.bytes;
+	view->rewritten = meter.rewritten;
 	view->passed_bytes_s = softcard->engines[dir].rates[hw_meter_id].bytes_s;
 	return 0;
 }
@@ -38,19 +39,19 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 static void
 rate_sample(int dir, uint32_t hw_meter_id)
 {
-	const struct softcard_meter_picture picture = softcard_meter_look(dir, hw_meter_id);
+	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
 	struct softcard_rate &rate = softcard->engines[dir].rates[hw_meter_id];
-	const uint64_t passed = picture.colors[RTE_COLOR_GREEN].bytes +
-		picture.colors[RTE_COLOR_YELLOW].bytes + picture.colors[RTE_COLOR_RED].bytes -
-		picture.dropped.bytes;
-	const uint64_t elapsed = picture.state.last_ns - rate.last_ns;
+	const uint64_t passed = meter.colors[RTE_COLOR_GREEN].bytes +
+		meter.colors[RTE_COLOR_YELLOW].bytes + meter.colors[RTE_COLOR_RED].bytes -
+		softcard_meter_dropped(meter).bytes;
+	const uint64_t elapsed = meter.state.last_ns - rate.last_ns;
 
 	/* No packet since the last sample, or the first sample of all: no time to divide by. */
 	rate.bytes_s = 0;
 	if (elapsed != 0 && rate.last_ns != 0)
 		rate.bytes_s = static_cast<unsigned __int128>(passed - rate.passed_bytes) *
 			1000000000 / elapsed;
-	rate.last_ns = picture.state.last_ns;
+	rate.last_ns = meter.state.last_ns;
 	rate.passed_bytes = passed;
 }
 
