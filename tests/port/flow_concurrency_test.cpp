@@ -138,7 +138,7 @@ TEST(FlowConcurrency, ThePatternOfAStandingRuleIsNeverUnmatched)
 			rte_flow *flow = tables.Add(step % 2 ? better : worse);
 
 			if (step % 2)
-				flow->line->hw_meter_id = 2;
+				vask_flow_rule_meter_set(flow, 2);
 			tables.Remove(flow);
 		}
 	}

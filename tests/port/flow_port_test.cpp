@@ -485,7 +485,7 @@ TEST_F(FlowPort, APortMayBeClosedWithRulesAndMetersLeftBehind)
 	rte_flow *survivor = Create(other_id, UdpRule().Count().Meter(9));
 
 	ASSERT_EQ(rte_vdev_uninit("net_vask1_0"), 0);
-	EXPECT_EQ(survivor->line->hw_meter_id, 0u);
+	EXPECT_EQ(vask_flow_rule_meter(survivor), 0u);
 	EXPECT_EQ(rte_flow_destroy(other_id, survivor, &error), 0);
 	ASSERT_EQ(rte_vdev_init("net_vask1_0", "uplink=net_null0"), 0);
 }

@@ -448,7 +448,7 @@ Tables::Add(const Rule &rule)
 		return nullptr;
 	}
 	rte_flow *flow = vask_flow_rule_alloc(port.flow[spec.dir], &spec);
-	flow->line->hw_meter_id = spec.meter_id;
+	vask_flow_rule_meter_set(flow, spec.meter_id);
 	if (vask_flow_insert(flow) != 0) {
 		ADD_FAILURE() << "not inserted";
 		vask_flow_rule_free(flow);

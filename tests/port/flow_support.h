@@ -171,6 +171,26 @@ class Tables
 	vask_port port = {};
 };
 
+/* What packets see of the receive rules; null without any. */
+inline const vask_flow_view *
+ViewOf(const Tables &tables)
+{
+	return tables.port.flow[VASK_P4_MEP_INGRESS]->view.load();
+}
+
+/* A rule for the frames of one source address. */
+inline Rule
+RuleOfSource(uint32_t n, uint32_t meter)
+{
+	return Rule().Eth().Ipv4Src(n).Udp().Meter(meter);
+}
+
+inline Bytes
+FrameOfSource(uint32_t n)
+{
+	return Eth(Ipv4({.src = n}, Udp(1000, 80)));
+}
+
 /* Packets that a rule with COUNT has met. */
 uint64_t Hits(rte_flow *rule);
 

@@ -199,7 +199,7 @@ class MeterRecordsRandom : public ::testing::TestWithParam<uint32_t>
 			const uint32_t index =
 				node != nullptr && node->data.enable ? node->data.hw_meter_id : 0;
 
-			EXPECT_EQ(rule.flow->line->hw_meter_id.load(), index);
+			EXPECT_EQ(vask_flow_rule_meter(rule.flow), index);
 			if (index != 0) {
 				EXPECT_TRUE(record(rule.dir, index).inst.valid);
 			}

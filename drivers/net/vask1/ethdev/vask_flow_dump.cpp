@@ -173,7 +173,7 @@ vask_flow_dump(struct rte_flow *rule, FILE *file)
 	fputs(" end actions", file);
 	if (spec->meter_id != 0)
 		fprintf(file, " meter mtr_id %u (hw %u) /", spec->meter_id,
-			rule->line->hw_meter_id.load(std::memory_order_relaxed));
+			vask_flow_rule_meter(rule));
 	if (spec->count) {
 		vask_flow_rule_count(rule, false, &hits, &bytes);
 		fprintf(file, " count (%" PRIu64 " packets, %" PRIu64 " bytes) /", hits, bytes);

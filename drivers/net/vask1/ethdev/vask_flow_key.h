@@ -17,6 +17,7 @@
 #include <rte_hash_crc.h>
 
 #include "vask_flow_frame.h"
+#include "vask_flow_slot.h"
 #include "vask_flow_tuple.h"
 
 /** The hash of a key, of which the slots take the low bits. */
@@ -33,13 +34,6 @@ vask_flow_key_hash(const uint64_t *key, uint32_t n_words)
 		hash = rte_hash_crc_8byte(key[w], hash);
 #endif
 	return hash;
-}
-
-/** The slot of a key that hashes so. */
-static inline std::atomic<struct vask_flow_line *> *
-vask_flow_slot_of(const struct vask_flow_tuple *tuple, hash_sig_t sig)
-{
-	return &tuple->slots[sig & tuple->slot_mask];
 }
 
 /** A word that may begin at any address. */
@@ -75,13 +69,31 @@ vask_flow_key_same(const uint64_t *a, const uint64_t *b, uint32_t n_words)
 	return diff == 0;
 }
 
-/** The line that a lookup in the rte_hash gave, or null. Reading `ready` makes the rest of it visible. */
-static inline struct vask_flow_line *
-vask_flow_line_of(void *data)
+/** Bytes from one slot to the next where keys have n_words: a power of two, so that few share two cache lines. */
+constexpr size_t
+vask_flow_slot_size(uint32_t n_words)
 {
-	struct vask_flow_line *line = static_cast<struct vask_flow_line *>(data);
+	size_t size = 32;
 
-	return line->ready.load(std::memory_order_acquire) ? line : nullptr;
+	while (size < sizeof(struct vask_flow_slot) + RTE_ALIGN(n_words, 2u) * sizeof(uint64_t))
+		size *= 2;
+	return size;
+}
+
+/** The slot of a key that hashes so, by vask_flow_slot_size(). */
+static inline struct vask_flow_slot *
+vask_flow_slot_of(const struct vask_flow_tuple *tuple, size_t slot_size, hash_sig_t sig)
+{
+	return reinterpret_cast<struct vask_flow_slot *>(
+		tuple->slots + (sig & tuple->slot_mask) * slot_size);
+}
+
+/** Whether a slot holds the rule with that key. */
+static inline bool
+vask_flow_slot_holds(const struct vask_flow_slot *slot, vask_flow_brief brief, const uint64_t *key,
+	uint32_t n_words)
+{
+	return (brief & VASK_FLOW_BRIEF_RULE) != 0 && vask_flow_key_same(slot->key, key, n_words);
 }
 
 #endif /* VASK_FLOW_KEY_H */

@@ -4,36 +4,34 @@
 #include "vask_flow_rule.h"
 #include "vask_flow_table.h"
 
+static_assert(offsetof(struct rte_flow, spec.key) <= RTE_CACHE_LINE_MIN_SIZE);
+
 struct rte_flow *
 vask_flow_rule_alloc(struct vask_flow_state *state, const struct vask_flow_spec *spec)
 {
-	struct rte_flow *rule =
-		static_cast<struct rte_flow *>(rte_zmalloc("vask_flow_rule", sizeof(*rule), 0));
+	struct rte_flow *rule = static_cast<struct rte_flow *>(
+		rte_zmalloc("vask_flow_rule", sizeof(*rule), RTE_CACHE_LINE_SIZE));
 
 	if (rule == nullptr)
 		return nullptr;
 	rule->spec = *spec;
 	rule->state = state;
 	rule->position = -1;
-	rule->line = vask_flow_line_alloc(&state->lines, &spec->mask);
 	if (spec->count)
 		rule->count = static_cast<struct vask_flow_count *>(rte_zmalloc("vask_flow_count",
 			VASK_QUEUES_MAX * sizeof(*rule->count), RTE_CACHE_LINE_SIZE));
-	if (rule->line == nullptr || (spec->count && rule->count == nullptr)) {
+	if (spec->count && rule->count == nullptr) {
 		vask_flow_rule_free(rule);
 		return nullptr;
 	}
-	rule->line->rule = rule;
-	rule->line->meters_only = spec->meter_id != 0 && spec->fate == VASK_FLOW_STAY &&
-		!spec->count && !spec->passthru;
+	if (spec->meter_id != 0 && spec->fate == VASK_FLOW_STAY && !spec->count && !spec->passthru)
+		rule->brief.store(VASK_FLOW_BRIEF_METERS_ONLY, std::memory_order_relaxed);
 	return rule;
 }
 
 void
 vask_flow_rule_free(struct rte_flow *rule)
 {
-	if (rule->line != nullptr)
-		vask_flow_line_free(&rule->state->lines, &rule->spec.mask, rule->line);
 	rte_free(rule->count);
 	rte_free(rule);
 }

@@ -4,7 +4,7 @@
 
 /**
  * @file
- * A flow rule: what it asks for, and where it stands. What packets read of it is its line.
+ * A flow rule: what it asks for, and where it stands.
  */
 
 #include <atomic>
@@ -14,7 +14,7 @@
 #include <rte_common.h>
 
 #include "vask_flow_fields.h"
-#include "vask_flow_line.h"
+#include "vask_flow_slot.h"
 #include "vask_port.h"
 
 struct vask_flow_state;
@@ -52,9 +52,13 @@ struct vask_flow_retired {
 
 /** A rule: what it asks for, and where it stands. */
 struct rte_flow {
+	/* what packets read, in one cache line; of spec, what stands before the key */
+	std::atomic<vask_flow_brief> brief;
+	uint64_t rank;                       /* priority, then age; the lowest wins */
+	std::atomic<struct rte_flow *> next; /* same pattern, the next in rank */
+	struct vask_flow_count *count;       /* one a queue, or null */
 	struct vask_flow_spec spec;
-	struct vask_flow_line *line;
-	struct vask_flow_count *count; /* one a queue, or null */
+
 	struct vask_flow_retired retired;
 	struct vask_flow_state *state;
 	struct vask_flow_tuple *tuple;
@@ -68,6 +72,13 @@ struct rte_flow {
 };
 
 TAILQ_HEAD(vask_flow_list, rte_flow);
+
+/** The hardware meter of a rule's packets, 0 for none. Also for packets. */
+static inline uint32_t
+vask_flow_rule_meter(const struct rte_flow *rule)
+{
+	return static_cast<uint32_t>(rule->brief.load(std::memory_order_relaxed));
+}
 
 /** A rule of that state which no packet sees yet; null when memory is short. */
 struct rte_flow *

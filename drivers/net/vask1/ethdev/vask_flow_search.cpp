@@ -9,24 +9,24 @@
 #include "vask_flow_tuple_search.h"
 
 /* The next rule in rank that matches a frame, after one that let them pass on. */
-static struct vask_flow_line *
+static const struct rte_flow *
 next_match(const struct vask_flow_view *view, const struct vask_flow_frame *frame, uint64_t rank)
 {
-	struct vask_flow_line *best = nullptr;
+	const struct rte_flow *best = nullptr;
 	uint64_t key[VASK_FLOW_KEY_WORDS];
 
 	for (uint32_t t = 0; t < view->n; t++) {
 		const struct vask_flow_tuple *tuple = view->entry[t].tuple;
-		struct vask_flow_line *line;
+		const struct rte_flow *rule;
 
 		if (best != nullptr && view->entry[t].best_rank > best->rank)
 			break;
 		vask_flow_tuple_key(tuple, frame, key);
-		line = vask_flow_tuple_find(tuple, key);
-		while (line != nullptr && line->rank <= rank)
-			line = line->next.load(std::memory_order_acquire);
-		if (line != nullptr && (best == nullptr || line->rank < best->rank))
-			best = line;
+		rule = vask_flow_tuple_find(tuple, key);
+		while (rule != nullptr && rule->rank <= rank)
+			rule = rule->next.load(std::memory_order_acquire);
+		if (rule != nullptr && (best == nullptr || rule->rank < best->rank))
+			best = rule;
 	}
 	return best;
 }
@@ -46,19 +46,17 @@ count_packet(struct vask_flow_count *count, uint32_t bytes)
  * where the packet goes.
  */
 static uint16_t
-apply(const struct vask_flow_view *view, struct vask_flow_line *line, uint16_t queue,
+apply(const struct vask_flow_view *view, const struct rte_flow *rule, uint16_t queue,
 	const struct rte_mbuf *pkt, const struct vask_flow_frame *frame, uint32_t *hw_meter_id)
 {
 	bool metered = false;
 
-	for (; line != nullptr; line = next_match(view, frame, line->rank)) {
-		const struct rte_flow *rule = line->rule;
-
+	for (; rule != nullptr; rule = next_match(view, frame, rule->rank)) {
 		if (rule->count != nullptr)
 			count_packet(&rule->count[queue], pkt->pkt_len);
 		if (rule->spec.meter_id != 0 && !metered) {
 			metered = true;
-			*hw_meter_id = line->hw_meter_id.load(std::memory_order_relaxed);
+			*hw_meter_id = vask_flow_rule_meter(rule);
 		}
 		if (!rule->spec.passthru)
 			return rule->spec.fate;
@@ -84,7 +82,7 @@ send_to(struct softcard_burst *burst, uint16_t i, uint16_t to, struct vask_flow_
 /* The first rule in rank for each frame, or null. */
 static void
 search(const struct vask_flow_view *view, const struct vask_flow_frame *frames, uint16_t n,
-	struct vask_flow_line **best)
+	const struct rte_flow **best)
 {
 	uint8_t index[SOFTCARD_BURST_MAX];
 
@@ -112,13 +110,13 @@ struct flow_search {
 	struct vask_flow_verdict *out;
 };
 
-/* The way of packet i, whose first rule in rank is `line`. */
+/* The way of packet i, whose first rule in rank is `rule`. */
 static void
-follow(const struct flow_search *s, struct vask_flow_line *line,
+follow(const struct flow_search *s, const struct rte_flow *rule,
 	const struct vask_flow_frame *frame, uint16_t i)
 {
 	const uint16_t to =
-		apply(s->view, line, s->queue, s->burst->pkts[i], frame, &s->burst->hw_meter_id[i]);
+		apply(s->view, rule, s->queue, s->burst->pkts[i], frame, &s->burst->hw_meter_id[i]);
 
 	softcard_meter_prefetch(s->meters, s->burst->hw_meter_id[i]);
 	if (to != VASK_FLOW_STAY)
@@ -129,7 +127,7 @@ follow(const struct flow_search *s, struct vask_flow_line *line,
 static void
 classify_by_one(const struct flow_search *s)
 {
-	struct vask_flow_line *best[SOFTCARD_BURST_MAX];
+	const struct rte_flow *best[SOFTCARD_BURST_MAX];
 	uint64_t rest =
 		vask_flow_tuple_search_burst(s->view->entry[0].tuple, s->burst, s->meters, best);
 
@@ -148,7 +146,7 @@ classify_by_several(const struct flow_search *s)
 {
 	union vask_flow_fields images[SOFTCARD_BURST_MAX];
 	struct vask_flow_frame frames[SOFTCARD_BURST_MAX];
-	struct vask_flow_line *best[SOFTCARD_BURST_MAX];
+	const struct rte_flow *best[SOFTCARD_BURST_MAX];
 	const uint16_t n = s->burst->n;
 
 	for (uint16_t i = 0; i < n; i++)

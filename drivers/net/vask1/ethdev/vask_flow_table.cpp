@@ -49,7 +49,7 @@ release_rule(struct vask_flow_retired *retired)
 {
 	struct rte_flow *rule = container_of(retired, struct rte_flow, retired);
 
-	vask_flow_tuple_give_back(rule->tuple, rule->position);
+	vask_flow_tuple_give_back(rule->tuple, rule);
 	vask_flow_rule_free(rule);
 }
 
@@ -113,7 +113,6 @@ vask_flow_state_create(struct rte_rcu_qsbr *rcu, struct vask_flow_state **state)
 	if (*state == nullptr)
 		return -ENOMEM;
 	(*state)->rcu = rcu;
-	vask_flow_lines_init(&(*state)->lines);
 	TAILQ_INIT(&(*state)->rules);
 	TAILQ_INIT(&(*state)->tuples);
 	STAILQ_INIT(&(*state)->retired);
@@ -137,7 +136,6 @@ vask_flow_state_free(struct vask_flow_state *state)
 		TAILQ_REMOVE(&state->tuples, tuple, next);
 		vask_flow_tuple_free(tuple);
 	}
-	vask_flow_lines_fini(&state->lines);
 	rte_free(const_cast<struct vask_flow_view *>(state->view.load()));
 	rte_free(state);
 }
@@ -155,9 +153,9 @@ enlarge_tuple(const struct vask_flow_tuple *old, struct rte_flow *added, bool ha
 		return nullptr;
 	TAILQ_FOREACH (rule, &old->rules, in_tuple)
 		if (rule->head && rc == 0)
-			rc = vask_flow_tuple_put(tuple, rule->line);
+			rc = vask_flow_tuple_put(tuple, rule);
 	if (rc == 0)
-		rc = vask_flow_tuple_put(tuple, added->line);
+		rc = vask_flow_tuple_put(tuple, added);
 	if (rc == 0)
 		return tuple;
 	vask_flow_tuple_free(tuple);
@@ -191,14 +189,6 @@ grow_tuple(struct vask_flow_state *state, struct vask_flow_tuple *old, struct rt
 	return 0;
 }
 
-static void
-make_key(const struct vask_flow_tuple *tuple, struct rte_flow *rule)
-{
-	const struct vask_flow_frame frame = vask_flow_frame_of(&rule->spec.key);
-
-	vask_flow_tuple_key(tuple, &frame, rule->line->key);
-}
-
 /* The first rule of a mask brings its tuple with it. */
 static int
 insert_first(struct vask_flow_state *state, struct rte_flow *rule)
@@ -207,9 +197,8 @@ insert_first(struct vask_flow_state *state, struct rte_flow *rule)
 
 	if (tuple == nullptr)
 		return -ENOMEM;
-	make_key(tuple, rule);
-	vask_flow_tuple_put(tuple, rule->line);
-	tuple->best_rank = rule->line->rank;
+	vask_flow_tuple_put(tuple, rule);
+	tuple->best_rank = rule->rank;
 	list_tuple(state, tuple);
 	if (publish(state) != 0) {
 		TAILQ_REMOVE(&state->tuples, tuple, next);
@@ -223,25 +212,23 @@ insert_first(struct vask_flow_state *state, struct rte_flow *rule)
 
 /* Puts a rule among those with the same pattern, the first of which is head. */
 static int
-insert_in_chain(
-	struct vask_flow_tuple *tuple, struct vask_flow_line *head, struct vask_flow_line *line)
+insert_in_chain(struct vask_flow_tuple *tuple, struct rte_flow *head, struct rte_flow *rule)
 {
-	struct vask_flow_line *next;
+	struct rte_flow *next;
 
-	if (line->rank < head->rank) {
-		line->next.store(head);
-		if (vask_flow_tuple_put(tuple, line) != 0)
+	if (rule->rank < head->rank) {
+		rule->next.store(head);
+		if (vask_flow_tuple_put(tuple, rule) != 0)
 			return -ENOMEM;
-		line->rule->head = true;
-		head->rule->head = false;
+		rule->head = true;
+		head->head = false;
 		return 0;
 	}
 	while ((next = head->next.load(std::memory_order_relaxed)) != nullptr &&
-		next->rank < line->rank)
+		next->rank < rule->rank)
 		head = next;
-	line->next.store(next);
-	line->ready.store(true, std::memory_order_release);
-	head->next.store(line);
+	rule->next.store(next);
+	head->next.store(rule);
 	return 0;
 }
 
@@ -256,26 +243,25 @@ relist_tuple(struct vask_flow_state *state, struct vask_flow_tuple *tuple, uint6
 static int
 insert_into(struct vask_flow_state *state, struct vask_flow_tuple *tuple, struct rte_flow *rule)
 {
-	struct vask_flow_line *head;
+	struct rte_flow *head;
 	int rc;
 
 	/* a rank too low costs packets a lookup, one too high would hide the rule */
-	if (rule->line->rank < tuple->best_rank) {
+	if (rule->rank < tuple->best_rank) {
 		const uint64_t before = tuple->best_rank;
 
-		relist_tuple(state, tuple, rule->line->rank);
+		relist_tuple(state, tuple, rule->rank);
 		if (publish(state) != 0) {
 			relist_tuple(state, tuple, before);
 			return -ENOMEM;
 		}
 	}
 	rule->tuple = tuple;
-	make_key(tuple, rule);
-	head = vask_flow_tuple_find(tuple, rule->line->key);
+	head = vask_flow_tuple_head(tuple, rule);
 	if (head != nullptr)
-		return insert_in_chain(tuple, head, rule->line);
+		return insert_in_chain(tuple, head, rule);
 
-	rc = vask_flow_tuple_put(tuple, rule->line);
+	rc = vask_flow_tuple_put(tuple, rule);
 	if (rc == -ENOSPC)
 		rc = grow_tuple(state, tuple, rule);
 	rule->head = rc == 0;
@@ -290,7 +276,7 @@ vask_flow_insert(struct rte_flow *rule)
 	int rc;
 
 	reclaim(state);
-	rule->line->rank =
+	rule->rank =
 		static_cast<uint64_t>(rule->spec.priority) << RANK_AGE_BITS | state->next_age++;
 	rc = tuple == nullptr ? insert_first(state, rule) : insert_into(state, tuple, rule);
 	if (rc != 0)
@@ -303,27 +289,39 @@ vask_flow_insert(struct rte_flow *rule)
 }
 
 void
+vask_flow_rule_meter_set(struct rte_flow *rule, uint32_t hw_meter_id)
+{
+	const vask_flow_brief flags =
+		rule->brief.load(std::memory_order_relaxed) & ~vask_flow_brief{UINT32_MAX};
+
+	rule->brief.store(flags | hw_meter_id, std::memory_order_release);
+	if (rule->head)
+		vask_flow_tuple_update(rule->tuple, rule);
+}
+
+void
 vask_flow_remove(struct rte_flow *rule)
 {
 	struct vask_flow_state *state = rule->state;
 	struct vask_flow_tuple *tuple = rule->tuple;
-	struct vask_flow_line *next = rule->line->next.load(std::memory_order_relaxed);
+	struct rte_flow *next = rule->next.load(std::memory_order_relaxed);
 
 	if (rule->spec.meter_id != 0 && --state->n_meter_rules == 0)
 		state->metering.store(false);
 	if (!rule->head) {
-		struct vask_flow_line *before = vask_flow_tuple_find(tuple, rule->line->key);
+		struct rte_flow *before = vask_flow_tuple_head(tuple, rule);
 
-		while (before->next.load(std::memory_order_relaxed) != rule->line)
+		while (before->next.load(std::memory_order_relaxed) != rule)
 			before = before->next.load(std::memory_order_relaxed);
 		before->next.store(next);
 	} else if (next != nullptr) {
 		/* takes the place of the same key, so there is room */
 		vask_flow_tuple_put(tuple, next);
-		next->rule->head = true;
+		next->head = true;
 	} else {
 		vask_flow_tuple_take(tuple, rule);
 	}
+	rule->head = false;
 	TAILQ_REMOVE(&state->rules, rule, in_state);
 	TAILQ_REMOVE(&tuple->rules, rule, in_tuple);
 	retire(state, &rule->retired, release_rule);

@@ -40,7 +40,6 @@ struct vask_flow_state {
 	std::atomic<bool> metering;                      /* some rule has the METER action */
 
 	struct rte_rcu_qsbr *rcu;
-	struct vask_flow_lines lines;
 	struct vask_flow_list rules;        /* in the order of creation */
 	struct vask_flow_tuple_list tuples; /* best rank first */
 	STAILQ_HEAD(, vask_flow_retired) retired;
@@ -56,6 +55,9 @@ void vask_flow_state_free(struct vask_flow_state *state);
 
 /** Makes packets see a rule that was allocated for the state. Bursts that begin after the call are under it. 0, or -ENOMEM. */
 int vask_flow_insert(struct rte_flow *rule);
+
+/** Makes packets of a rule meet a hardware meter, 0 for none. The rule may be inserted or not. */
+void vask_flow_rule_meter_set(struct rte_flow *rule, uint32_t hw_meter_id);
 
 /** Takes a rule away and frees it in due time. Bursts that begin after the call are not under it. */
 void vask_flow_remove(struct rte_flow *rule);

@@ -11,7 +11,7 @@
 #include "vask_flow_tuple.h"
 
 constexpr uint32_t KEYS_MIN = 16; /* of a tuple with more than one slot */
-constexpr uint32_t SLOTS_A_KEY = 4;
+constexpr uint32_t SLOTS_A_KEY = 2;
 
 static_assert(VASK_FLOW_KEY_WORDS == RTE_ALIGN(VASK_FLOW_WORDS, 2u));
 
@@ -64,8 +64,9 @@ vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys, bool h
 		slots = SLOTS_A_KEY * tuple->capacity;
 	}
 	tuple->slot_mask = slots - 1;
-	tuple->slots = static_cast<std::atomic<struct vask_flow_line *> *>(
-		rte_zmalloc("vask_flow_slots", slots * sizeof(*tuple->slots), RTE_CACHE_LINE_SIZE));
+	tuple->slot_size = vask_flow_slot_size(tuple->n_words);
+	tuple->slots = static_cast<uint8_t *>(rte_zmalloc(
+		"vask_flow_slots", size_t{slots} * tuple->slot_size, RTE_CACHE_LINE_SIZE));
 	if (tuple->slots != nullptr && hash)
 		/* half full at most, so that nearly all keys stand in their first bucket */
 		tuple->hash = create_hash(2 * tuple->capacity, tuple->key_words);
@@ -84,60 +85,125 @@ vask_flow_tuple_free(struct vask_flow_tuple *tuple)
 	rte_free(tuple);
 }
 
-struct vask_flow_line *
+/* The rule that a lookup in the rte_hash gave, or null. */
+static struct rte_flow *
+rule_of(void *data)
+{
+	struct rte_flow *rule = static_cast<struct rte_flow *>(data);
+	const vask_flow_brief brief = rule->brief.load(std::memory_order_acquire);
+
+	return brief & VASK_FLOW_BRIEF_RULE ? rule : nullptr;
+}
+
+struct rte_flow *
 vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key)
 {
 	const hash_sig_t sig = vask_flow_key_hash(key, tuple->n_words);
-	struct vask_flow_line *line =
-		vask_flow_slot_of(tuple, sig)->load(std::memory_order_acquire);
+	const struct vask_flow_slot *slot = vask_flow_slot_of(tuple, tuple->slot_size, sig);
+	const vask_flow_brief brief = slot->brief.load(std::memory_order_acquire);
 	void *data;
 
-	if (line != nullptr && vask_flow_key_same(line->key, key, tuple->n_words))
-		return line;
+	if (vask_flow_slot_holds(slot, brief, key, tuple->n_words))
+		return slot->rule.load(std::memory_order_acquire);
 	if (tuple->hash == nullptr ||
 		rte_hash_lookup_with_hash_data(tuple->hash, key, sig, &data) < 0)
 		return nullptr;
-	return vask_flow_line_of(data);
+	return rule_of(data);
+}
+
+/* The key of a rule, its hash and its slot. */
+struct rule_place {
+	uint64_t key[VASK_FLOW_KEY_WORDS];
+	hash_sig_t sig;
+	struct vask_flow_slot *slot;
+
+	rule_place(const struct vask_flow_tuple *tuple, const struct rte_flow *rule)
+	{
+		const struct vask_flow_frame frame = vask_flow_frame_of(&rule->spec.key);
+
+		vask_flow_tuple_key(tuple, &frame, key);
+		sig = vask_flow_key_hash(key, tuple->n_words);
+		slot = vask_flow_slot_of(tuple, tuple->slot_size, sig);
+	}
+	/* Whether the slot is the rule's, be it gone or not. */
+	bool holds(const struct rte_flow *rule) const
+	{
+		return slot->rule.load(std::memory_order_relaxed) == rule;
+	}
+};
+
+struct rte_flow *
+vask_flow_tuple_head(const struct vask_flow_tuple *tuple, const struct rte_flow *rule)
+{
+	return vask_flow_tuple_find(tuple, rule_place(tuple, rule).key);
+}
+
+/* Puts a rule into a slot that is free, or holds another rule with that key. */
+static void
+slot_fill(
+	const struct vask_flow_tuple *tuple, const struct rule_place &place, struct rte_flow *rule)
+{
+	struct vask_flow_slot *slot = place.slot;
+
+	if (slot->brief.load(std::memory_order_relaxed) == 0)
+		memcpy(slot->key, place.key, tuple->key_words * sizeof(slot->key[0]));
+	slot->rule.store(rule, std::memory_order_release);
+	/* a packet between the two meets one rule in brief, and the other if that does not do: both are right */
+	slot->brief.store(rule->brief.load(std::memory_order_relaxed), std::memory_order_release);
 }
 
 int
-vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct vask_flow_line *line)
+vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct rte_flow *rule)
 {
-	const hash_sig_t sig = vask_flow_key_hash(line->key, tuple->n_words);
-	std::atomic<struct vask_flow_line *> *slot = vask_flow_slot_of(tuple, sig);
-	const struct vask_flow_line *other = slot->load(std::memory_order_relaxed);
+	const struct rule_place place(tuple, rule);
+	const vask_flow_brief there = place.slot->brief.load(std::memory_order_relaxed);
 	const bool mine =
-		other == nullptr || vask_flow_key_same(other->key, line->key, tuple->n_words);
-	const bool known = vask_flow_tuple_find(tuple, line->key) != nullptr;
+		there == 0 || vask_flow_slot_holds(place.slot, there, place.key, tuple->n_words);
+	const bool known = vask_flow_tuple_find(tuple, place.key) != nullptr;
 
 	if (!known && (tuple->n_keys == tuple->capacity || (!mine && tuple->hash == nullptr)))
 		return -ENOSPC;
-	line->ready.store(true, std::memory_order_release);
+	rule->brief.fetch_or(VASK_FLOW_BRIEF_RULE, std::memory_order_release);
 	if (tuple->hash != nullptr &&
-		rte_hash_add_key_with_hash_data(tuple->hash, line->key, sig, line) != 0)
+		rte_hash_add_key_with_hash_data(tuple->hash, place.key, place.sig, rule) != 0)
 		return -ENOSPC;
 	if (mine)
-		slot->store(line);
+		slot_fill(tuple, place, rule);
 	tuple->n_keys += known ? 0 : 1;
 	return 0;
 }
 
 void
-vask_flow_tuple_take(struct vask_flow_tuple *tuple, struct rte_flow *rule)
+vask_flow_tuple_update(struct vask_flow_tuple *tuple, const struct rte_flow *rule)
 {
-	const hash_sig_t sig = vask_flow_key_hash(rule->line->key, tuple->n_words);
-	std::atomic<struct vask_flow_line *> *slot = vask_flow_slot_of(tuple, sig);
+	const struct rule_place place(tuple, rule);
 
-	tuple->n_keys--;
-	if (tuple->hash != nullptr)
-		rule->position = rte_hash_del_key_with_hash(tuple->hash, rule->line->key, sig);
-	if (slot->load(std::memory_order_relaxed) == rule->line)
-		slot->store(nullptr);
+	if (place.holds(rule))
+		place.slot->brief.store(
+			rule->brief.load(std::memory_order_relaxed), std::memory_order_release);
 }
 
 void
-vask_flow_tuple_give_back(struct vask_flow_tuple *tuple, int32_t position)
+vask_flow_tuple_take(struct vask_flow_tuple *tuple, struct rte_flow *rule)
 {
-	if (tuple->hash != nullptr && position >= 0)
-		rte_hash_free_key_with_position(tuple->hash, position);
+	const struct rule_place place(tuple, rule);
+
+	tuple->n_keys--;
+	if (tuple->hash != nullptr)
+		rule->position = rte_hash_del_key_with_hash(tuple->hash, place.key, place.sig);
+	if (place.holds(rule))
+		place.slot->brief.store(VASK_FLOW_BRIEF_GONE);
+}
+
+void
+vask_flow_tuple_give_back(struct vask_flow_tuple *tuple, const struct rte_flow *rule)
+{
+	const struct rule_place place(tuple, rule);
+
+	if (tuple->hash != nullptr && rule->position >= 0)
+		rte_hash_free_key_with_position(tuple->hash, rule->position);
+	if (!place.holds(rule))
+		return;
+	place.slot->rule.store(nullptr, std::memory_order_relaxed);
+	place.slot->brief.store(0, std::memory_order_relaxed);
 }

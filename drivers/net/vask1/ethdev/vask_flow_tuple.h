@@ -7,7 +7,7 @@
  * A tuple: the rules of a direction that share a mask, as one exact-match table over the masked words.
  *
  * An rte_hash holds the keys. In front of it stand slots, one for each value of the hash's low bits, which
- * answer most lookups with two cache lines; a tuple in which no two keys want the same slot has no
+ * answer most lookups with one cache line; a tuple in which no two keys want the same slot has no
  * rte_hash. Of rules with the same pattern the table holds the first in rank, the head; the others hang
  * behind it.
  */
@@ -24,8 +24,8 @@ struct vask_flow_tuple {
 	uint64_t mask[VASK_FLOW_WORDS];
 	uint8_t offset[VASK_FLOW_WORDS][2]; /* of vask_flow_offsets: [word][plain] */
 	uint32_t slot_mask;
-	/* changed by the control path, read by packets: heads, or null */
-	std::atomic<struct vask_flow_line *> *slots;
+	uint32_t slot_size; /* bytes */
+	uint8_t *slots;     /* struct vask_flow_slot */
 
 	/* the control path's own */
 	struct vask_flow_retired retired;
@@ -55,20 +55,26 @@ void vask_flow_tuple_key(
 	const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frame, uint64_t *key);
 
 /** The head of the rules with that key, or null. Also for packets. */
-struct vask_flow_line *
-vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key);
+struct rte_flow *vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key);
+
+/** The head of the rules with the pattern of that rule, or null. */
+struct rte_flow *
+vask_flow_tuple_head(const struct vask_flow_tuple *tuple, const struct rte_flow *rule);
 
 /**
  * Makes a rule the head for its key, in place of any other.
  *
  * @return 0, or -ENOSPC: the tuple is full, or the slot is taken and there is no rte_hash.
  */
-int vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct vask_flow_line *line);
+int vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct rte_flow *rule);
 
-/** Takes a head away, and its key with it. rule->position tells what to give back. */
+/** Shows packets that meet a head what it is in brief by now. */
+void vask_flow_tuple_update(struct vask_flow_tuple *tuple, const struct rte_flow *rule);
+
+/** Takes a head away, and its key with it. Its place stays taken. */
 void vask_flow_tuple_take(struct vask_flow_tuple *tuple, struct rte_flow *rule);
 
-/** Gives back the place of a key that was taken away, once no packet can see it. */
-void vask_flow_tuple_give_back(struct vask_flow_tuple *tuple, int32_t position);
+/** Gives back the place of a rule that was taken away, once no packet can see it. */
+void vask_flow_tuple_give_back(struct vask_flow_tuple *tuple, const struct rte_flow *rule);
 
 #endif /* VASK_FLOW_TUPLE_H */

@@ -6,6 +6,7 @@
 
 #include "softcard.h"
 #include "vask_flow_key.h"
+#include "vask_flow_rule.h"
 
 static_assert(SOFTCARD_BURST_MAX <= RTE_HASH_LOOKUP_BULK_MAX, "a burst is one lookup");
 
@@ -13,7 +14,7 @@ static_assert(SOFTCARD_BURST_MAX <= RTE_HASH_LOOKUP_BULK_MAX, "a burst is one lo
 struct whole_burst {
 	struct softcard_burst *burst;
 	const struct softcard_meter *meters;
-	struct vask_flow_line **best;
+	const struct rte_flow **best;
 	uint64_t written; /* bits of best */
 	union vask_flow_fields image;
 
@@ -25,16 +26,17 @@ struct whole_burst {
 	{
 		return vask_flow_frame_read(burst->pkts[k], &image);
 	}
-	void found(uint32_t k, struct vask_flow_line *line)
+	bool settled(uint32_t k, vask_flow_brief brief)
 	{
-		if (likely(line->meters_only)) {
-			const uint32_t id = line->hw_meter_id.load(std::memory_order_relaxed);
-
-			burst->hw_meter_id[k] = id;
-			softcard_meter_prefetch(meters, id);
-			return;
-		}
-		best[k] = line;
+		if (unlikely((brief & VASK_FLOW_BRIEF_METERS_ONLY) == 0))
+			return false;
+		burst->hw_meter_id[k] = static_cast<uint32_t>(brief);
+		softcard_meter_prefetch(meters, static_cast<uint32_t>(brief));
+		return true;
+	}
+	void found(uint32_t k, const struct rte_flow *rule)
+	{
+		best[k] = rule;
 		written |= UINT64_C(1) << k;
 	}
 };
@@ -44,7 +46,7 @@ struct some_frames {
 	const struct vask_flow_frame *frames;
 	const uint8_t *index;
 	uint32_t n;
-	struct vask_flow_line **best;
+	const struct rte_flow **best;
 
 	uint32_t size() const
 	{
@@ -54,14 +56,27 @@ struct some_frames {
 	{
 		return frames[index[k]];
 	}
-	void found(uint32_t k, struct vask_flow_line *line) const
+	bool settled(uint32_t, vask_flow_brief) const
 	{
-		struct vask_flow_line **first = &best[index[k]];
+		return false;
+	}
+	void found(uint32_t k, const struct rte_flow *rule) const
+	{
+		const struct rte_flow **first = &best[index[k]];
 
-		if (*first == nullptr || line->rank < (*first)->rank)
-			*first = line;
+		if (*first == nullptr || rule->rank < (*first)->rank)
+			*first = rule;
 	}
 };
+
+/* A frame matches what is in a slot, which says so in brief. */
+template <typename Burst>
+static inline void
+match(Burst &burst, uint32_t k, vask_flow_brief brief, const struct vask_flow_slot *slot)
+{
+	if (!burst.settled(k, brief))
+		burst.found(k, slot->rule.load(std::memory_order_acquire));
+}
 
 /* The keys that did not find their rule in a slot; `which` tells whose they are. */
 template <typename Burst>
@@ -75,10 +90,11 @@ search_hash(const struct vask_flow_tuple *tuple, const void **keys, hash_sig_t *
 	rte_hash_lookup_with_hash_bulk_data(tuple->hash, keys, sigs, n, &hits, found);
 	for (; hits != 0; hits &= hits - 1) {
 		const uint32_t k = rte_bsf64(hits);
-		struct vask_flow_line *line = vask_flow_line_of(found[k]);
+		const struct rte_flow *rule = static_cast<const struct rte_flow *>(found[k]);
+		const vask_flow_brief brief = rule->brief.load(std::memory_order_acquire);
 
-		if (line != nullptr)
-			burst.found(which[k], line);
+		if ((brief & VASK_FLOW_BRIEF_RULE) != 0 && !burst.settled(which[k], brief))
+			burst.found(which[k], rule);
 	}
 }
 
@@ -90,21 +106,22 @@ static void
 search_one(const struct vask_flow_tuple *tuple, Burst &burst)
 {
 	const uint32_t n_words = N != 0 ? N : tuple->n_words;
-	struct vask_flow_line *line = tuple->slots[0].load(std::memory_order_acquire);
+	const struct vask_flow_slot *slot = vask_flow_slot_of(tuple, 0, 0);
+	const vask_flow_brief brief = slot->brief.load(std::memory_order_acquire);
 	const uint32_t n = burst.size();
 
-	if (line == nullptr)
+	if ((brief & VASK_FLOW_BRIEF_RULE) == 0)
 		return;
 	for (uint32_t k = 0; k < n; k++) {
 		const struct vask_flow_frame frame = burst.frame(k);
-		uint64_t diff = (frame.word0 & tuple->mask[0]) ^ line->key[0];
+		uint64_t diff = (frame.word0 & tuple->mask[0]) ^ slot->key[0];
 
 		for (uint32_t w = 1; w < n_words; w++)
 			diff |= (vask_flow_word(frame.base + tuple->offset[w][frame.plain]) &
 					tuple->mask[w]) ^
-				line->key[w];
+				slot->key[w];
 		if (diff == 0)
-			burst.found(k, line);
+			match(burst, k, brief, slot);
 	}
 }
 
@@ -116,11 +133,10 @@ search_slots(const struct vask_flow_tuple *tuple, Burst &burst)
 	const uint32_t key_words = RTE_ALIGN(n_words, 2u);
 	uint64_t key[SOFTCARD_BURST_MAX * VASK_FLOW_KEY_WORDS];
 	hash_sig_t sigs[SOFTCARD_BURST_MAX];
-	struct vask_flow_line *lines[SOFTCARD_BURST_MAX];
+	const struct vask_flow_slot *slots[SOFTCARD_BURST_MAX];
 	const void *missed_keys[SOFTCARD_BURST_MAX];
 	uint8_t missed[SOFTCARD_BURST_MAX];
-	const uint32_t slot_mask = tuple->slot_mask;
-	std::atomic<struct vask_flow_line *> *const slots = tuple->slots;
+	const size_t slot_size = N != 0 ? vask_flow_slot_size(N) : tuple->slot_size;
 	const uint32_t n = burst.size();
 	uint32_t n_missed = 0;
 
@@ -129,13 +145,14 @@ search_slots(const struct vask_flow_tuple *tuple, Burst &burst)
 
 		vask_flow_key_make(tuple, n_words, &frame, &key[k * key_words]);
 		sigs[k] = vask_flow_key_hash(&key[k * key_words], n_words);
-		lines[k] = slots[sigs[k] & slot_mask].load(std::memory_order_acquire);
-		rte_prefetch0(lines[k]);
+		slots[k] = vask_flow_slot_of(tuple, slot_size, sigs[k]);
+		rte_prefetch0(slots[k]);
 	}
 	for (uint32_t k = 0; k < n; k++) {
-		if (lines[k] != nullptr &&
-			vask_flow_key_same(lines[k]->key, &key[k * key_words], n_words)) {
-			burst.found(k, lines[k]);
+		const vask_flow_brief brief = slots[k]->brief.load(std::memory_order_acquire);
+
+		if (vask_flow_slot_holds(slots[k], brief, &key[k * key_words], n_words)) {
+			match(burst, k, brief, slots[k]);
 			continue;
 		}
 		missed_keys[n_missed] = &key[k * key_words];
@@ -170,7 +187,7 @@ search(const struct vask_flow_tuple *tuple, Burst &burst)
 
 uint64_t
 vask_flow_tuple_search_burst(const struct vask_flow_tuple *tuple, struct softcard_burst *burst,
-	const struct softcard_meter *meters, struct vask_flow_line **best)
+	const struct softcard_meter *meters, const struct rte_flow **best)
 {
 	struct whole_burst whole;
 
@@ -184,7 +201,7 @@ vask_flow_tuple_search_burst(const struct vask_flow_tuple *tuple, struct softcar
 
 void
 vask_flow_tuple_search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
-	const uint8_t *index, uint16_t n, struct vask_flow_line **best)
+	const uint8_t *index, uint16_t n, const struct rte_flow **best)
 {
 	struct some_frames some = {frames, index, n, best};
 

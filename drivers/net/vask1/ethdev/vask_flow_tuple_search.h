@@ -9,10 +9,10 @@
 
 #include <cstdint>
 
+struct rte_flow;
 struct softcard_burst;
 struct softcard_meter;
 struct vask_flow_frame;
-struct vask_flow_line;
 struct vask_flow_tuple;
 
 /**
@@ -25,7 +25,7 @@ struct vask_flow_tuple;
  */
 uint64_t
 vask_flow_tuple_search_burst(const struct vask_flow_tuple *tuple, struct softcard_burst *burst,
-	const struct softcard_meter *meters, struct vask_flow_line **best);
+	const struct softcard_meter *meters, const struct rte_flow **best);
 
 /**
  * Looks up some frames of a burst that may have rules in several tuples.
@@ -36,6 +36,6 @@ vask_flow_tuple_search_burst(const struct vask_flow_tuple *tuple, struct softcar
  */
 void
 vask_flow_tuple_search(const struct vask_flow_tuple *tuple, const struct vask_flow_frame *frames,
-	const uint8_t *index, uint16_t n, struct vask_flow_line **best);
+	const uint8_t *index, uint16_t n, const struct rte_flow **best);
 
 #endif /* VASK_FLOW_TUPLE_SEARCH_H */

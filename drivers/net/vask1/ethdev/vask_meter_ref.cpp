@@ -7,7 +7,7 @@
 #include <rte_hash_crc.h>
 
 #include "softcard.h"
-#include "vask_flow_rule.h"
+#include "vask_flow_table.h"
 #include "vask_meter_ref.h"
 #include "vask_p4_log.h"
 #include "vask_p4_meter.h"
@@ -163,7 +163,7 @@ static void
 show_rules(struct vask_meter_ref *ref, uint32_t hw_meter_id)
 {
 	for (uint32_t i = 0; i < ref->n_rules; i++)
-		ref->rules[i]->line->hw_meter_id.store(hw_meter_id, std::memory_order_release);
+		vask_flow_rule_meter_set(ref->rules[i], hw_meter_id);
 }
 
 static void

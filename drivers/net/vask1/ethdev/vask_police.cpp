@@ -44,24 +44,7 @@ strip(struct vask_queue *q, struct rte_mbuf **pkt)
 	return rte_vlan_strip(m) == 0 ? sizeof(struct rte_vlan_hdr) : 0;
 }
 
-/* Whether somebody wants the times of packets that no meter looks at. */
-bool
-needs_times(const struct vask_queue *q)
-{
-	return q->leave_times || q->shaper != nullptr || q->port->clock.capture;
-}
-
 } // namespace
-
-bool
-vask_police_idle(const struct vask_queue *q)
-{
-	uint32_t port_meter;
-
-	return vask_flow_idle(q->port, q->dir, &port_meter) &&
-		softcard_port_mtu(vask_port_sfi(q->port)) == 0 && !needs_times(q) &&
-		!q->strip_vlan.load(std::memory_order_relaxed);
-}
 
 void
 vask_police(struct vask_queue *q)

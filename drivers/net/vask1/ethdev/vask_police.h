@@ -8,10 +8,19 @@
  * which is on line in the port's rcu.
  */
 
-struct vask_queue;
+#include "vask_queue.h"
 
 /** Whether packets pass as they are, so that they need not go through the queue's burst. */
-bool vask_police_idle(const struct vask_queue *queue);
+static inline bool
+vask_police_idle(const struct vask_queue *q)
+{
+	uint32_t port_meter;
+
+	return !q->leave_times && q->shaper == nullptr && !q->port->clock.capture &&
+		!q->strip_vlan.load(std::memory_order_relaxed) &&
+		vask_flow_idle(q->port, q->dir, &port_meter) &&
+		softcard_port_mtu(vask_port_sfi(q->port)) == 0;
+}
 
 /**
  * Sends the queue's burst, whose n and pkts are set, through rules, engine and MTU. What is dropped is counted
