@@ -103,17 +103,48 @@ TEST(Guard, DoesNotTakeAControlCallForABurst)
 	EXPECT_FALSE(guard.shared);
 }
 
-TEST(Guard, LetsAControlCallHoldBothLocksOfAMeter)
+TEST(Guard, LetsAControlCallHoldTheLockByWhichBurstsGo)
+{
+	for (const bool shared : {false, true}) {
+		softcard_guard guard = {};
+		rte_spinlock_t meter = RTE_SPINLOCK_INITIALIZER;
+
+		guard.shared = shared;
+		{
+			const softcard_meter_hold hold(guard, meter);
+
+			EXPECT_EQ(rte_spinlock_is_locked(&guard.lock), !shared);
+			EXPECT_EQ(rte_spinlock_is_locked(&meter), shared);
+		}
+		EXPECT_FALSE(rte_spinlock_is_locked(&guard.lock));
+		EXPECT_FALSE(rte_spinlock_is_locked(&meter));
+	}
+}
+
+TEST(Guard, LetsAControlCallHoldTheMeterWhoseEngineBecomesSharedWhileItWaits)
 {
 	softcard_guard guard = {};
 	rte_spinlock_t meter = RTE_SPINLOCK_INITIALIZER;
-	{
+	std::atomic<bool> held = false;
+	std::atomic<bool> end = false;
+
+	ASSERT_TRUE(softcard_guard_enter(guard));
+	std::thread control([&] {
 		const softcard_meter_hold hold(guard, meter);
 
-		EXPECT_TRUE(rte_spinlock_is_locked(&guard.lock));
-		EXPECT_TRUE(rte_spinlock_is_locked(&meter));
-	}
+		held = true;
+		while (!end)
+			sched_yield();
+	});
+	WaitAWhile();
+	guard.shared = true;
+	softcard_guard_leave(guard);
+	while (!held)
+		sched_yield();
 	EXPECT_FALSE(rte_spinlock_is_locked(&guard.lock));
+	EXPECT_TRUE(rte_spinlock_is_locked(&meter));
+	end = true;
+	control.join();
 	EXPECT_FALSE(rte_spinlock_is_locked(&meter));
 }
 

@@ -145,6 +145,34 @@ TEST(FlowConcurrency, ThePatternOfAStandingRuleIsNeverUnmatched)
 	EXPECT_EQ(wrong.load(), 0u);
 }
 
+/* Rules that only meter and rules that count as well take turns before one that stands. */
+TEST(FlowConcurrency, AHeadOfAnotherKindIsMetAsOneOrTheOther)
+{
+	Tables tables;
+	const Mbuf frame = SourceFrame(1);
+	std::atomic<unsigned> wrong = 0;
+	const auto only_meters = [](uint32_t meter) {
+		return Rule().Eth().Ipv4Src(Source(1)).Udp().Meter(meter);
+	};
+
+	for (uint32_t n = 2; n < 40; n++)
+		tables.Add(SourceRule(n));
+	tables.Add(only_meters(1).Priority(5));
+	{
+		PacketThreads threads(2, [&](uint16_t queue) {
+			const Verdict v = tables.Classify({frame.get(), frame.get()}, queue);
+
+			for (unsigned i = 0; i < 2; i++)
+				wrong += v.hw_meter_id[i] < 1 || v.hw_meter_id[i] > 3;
+		});
+		for (unsigned step = 0; step < 2000; step++)
+			tables.Remove(
+				tables.Add(step % 2 ? only_meters(2) : only_meters(3).Count()));
+	}
+	EXPECT_EQ(wrong.load(), 0u);
+	EXPECT_EQ(tables.Classify({frame.get()}, 0).hw_meter_id[0], 1u);
+}
+
 TEST(FlowConcurrency, NoPacketIsCountedTwiceOrLost)
 {
 	constexpr unsigned QUEUES = 3;

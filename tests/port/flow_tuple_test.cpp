@@ -4,7 +4,9 @@
 #include "flow_support.h"
 
 #include <random>
+#include <vector>
 
+#include "vask_flow_key.h"
 #include "vask_flow_tuple.h"
 
 using namespace vask_test;
@@ -106,48 +108,114 @@ TEST(FlowTuple, ARemovedRuleIsOutOfForceWhileABurstMaySeeIt)
 void
 AddOthers(Tables &tables, bool hash)
 {
-	for (uint32_t n = 0; n < (hash ? 500 : 1); n++)
+	for (uint32_t n = 0; n < (hash ? 500 : 2); n++)
 		tables.Add(RuleOfSource(1000 + n * 2654435761, 1));
 	EXPECT_EQ(TupleOf(tables)->hash != nullptr, hash);
 }
 
-TEST(FlowTuple, ARuleComesBackWhileABurstMayStillSeeTheOneBefore)
+/* The slot that the frames of a source want. */
+const vask_flow_slot *
+SlotOf(const vask_flow_tuple *tuple, uint32_t source)
+{
+	const Mbuf mbuf = MakeMbuf(FrameOfSource(source));
+	vask_flow_fields image;
+	const vask_flow_frame frame = vask_flow_frame_read(mbuf.get(), &image);
+	uint64_t key[VASK_FLOW_KEY_WORDS];
+
+	vask_flow_tuple_key(tuple, &frame, key);
+	return vask_flow_slot_of(tuple, tuple->slot_size, vask_flow_key_hash(key, tuple->n_words));
+}
+
+/* The first source from 1 on that wants a slot of which `good` holds. */
+template <typename Good>
+uint32_t
+FirstSource(const vask_flow_tuple *tuple, const Good &good)
+{
+	for (uint32_t source = 1; source < 100000; source++)
+		if (good(source, SlotOf(tuple, source)))
+			return source;
+	ADD_FAILURE() << "no source wants such a slot";
+	return 0;
+}
+
+bool
+IsFree(uint32_t, const vask_flow_slot *slot)
+{
+	return slot->brief == 0;
+}
+
+TEST(FlowTuple, ARuleComesBackToItsSlotWhileABurstMayStillSeeTheOneBefore)
 {
 	for (const bool hash : {false, true}) {
 		Tables tables;
 		AddOthers(tables, hash);
-		rte_flow *rule = tables.Add(RuleOfSource(7, 9));
-		const uint32_t capacity = TupleOf(tables)->capacity;
+		const vask_flow_tuple *tuple = TupleOf(tables);
+		const uint8_t *slots = tuple->slots;
+		const uint32_t source = FirstSource(tuple, IsFree);
+		rte_flow *rule = tables.Add(RuleOfSource(source, 9));
 
 		rte_rcu_qsbr_thread_online(tables.port.rcu, 3);
 		for (uint32_t meter = 10; meter < 14; meter++) {
 			tables.Remove(rule);
-			EXPECT_EQ(tables.MeterOf(FrameOfSource(7)), 0u);
-			rule = tables.Add(RuleOfSource(7, meter));
-			EXPECT_EQ(tables.MeterOf(FrameOfSource(7)), meter);
-			EXPECT_EQ(tables.MeterOf(FrameOfSource(1000)), 1u);
+			EXPECT_EQ(tables.MeterOf(FrameOfSource(source)), 0u);
+			rule = tables.Add(RuleOfSource(source, meter));
+			EXPECT_EQ(tables.MeterOf(FrameOfSource(source)), meter);
+			EXPECT_EQ(SlotOf(tuple, source)->rule, rule);
 		}
 		rte_rcu_qsbr_thread_offline(tables.port.rcu, 3);
-		EXPECT_EQ(tables.MeterOf(FrameOfSource(7)), 13u);
-		/* what was kept for the burst did not make the tuple grow */
-		EXPECT_EQ(TupleOf(tables)->capacity, capacity);
+		/* now the four before are freed, and leave the slot alone */
+		tables.Remove(tables.Add(RuleOfSource(FirstSource(tuple, IsFree), 1)));
+		EXPECT_EQ(SlotOf(tuple, source)->rule, rule);
+		EXPECT_EQ(tables.MeterOf(FrameOfSource(source)), 13u);
+		EXPECT_EQ(TupleOf(tables)->slots, slots);
 	}
 }
 
 TEST(FlowTuple, ASlotServesAnotherKeyWhenItsRuleIsGoneForEverybody)
 {
-	Tables tables;
-	tables.Add(RuleOfSource(1000, 1));
-	tables.Add(RuleOfSource(1001, 2));
-	const vask_flow_tuple *tuple = TupleOf(tables);
+	for (const bool hash : {false, true}) {
+		Tables tables;
+		AddOthers(tables, hash);
+		const vask_flow_tuple *tuple = TupleOf(tables);
+		const uint32_t one = FirstSource(tuple, IsFree);
+		const vask_flow_slot *slot = SlotOf(tuple, one);
+		const uint32_t other =
+			FirstSource(tuple, [&](uint32_t source, const vask_flow_slot *its) {
+				return its == slot && source != one;
+			});
 
-	/* 14 keys fit beside those two: many more come and go than there are slots */
-	for (uint32_t n = 0; n < 1000; n++) {
-		rte_flow *rule = tables.Add(RuleOfSource(2000, 3));
-		EXPECT_EQ(tables.MeterOf(FrameOfSource(2000)), 3u);
-		tables.Remove(rule);
+		tables.Remove(tables.Add(RuleOfSource(one, 8)));
+		rte_flow *rule = tables.Add(RuleOfSource(other, 9));
+		EXPECT_EQ(slot->rule, rule);
+		EXPECT_EQ(tables.MeterOf(FrameOfSource(other)), 9u);
+		EXPECT_EQ(tables.MeterOf(FrameOfSource(one)), 0u);
 	}
-	EXPECT_EQ(TupleOf(tables), tuple);
+}
+
+TEST(FlowTuple, ASlotKeepsItsKeyWhileABurstMaySeeTheRuleThatIsGone)
+{
+	for (const bool hash : {false, true}) {
+		Tables tables;
+		AddOthers(tables, hash);
+		const vask_flow_tuple *tuple = TupleOf(tables);
+		const uint32_t one = FirstSource(tuple, IsFree);
+		const vask_flow_slot *slot = SlotOf(tuple, one);
+		const uint32_t other =
+			FirstSource(tuple, [&](uint32_t source, const vask_flow_slot *its) {
+				return its == slot && source != one;
+			});
+		rte_flow *rule = tables.Add(RuleOfSource(one, 8));
+		const std::vector<uint64_t> key(slot->key, slot->key + tuple->key_words);
+
+		rte_rcu_qsbr_thread_online(tables.port.rcu, 3);
+		tables.Remove(rule);
+		tables.Add(RuleOfSource(other, 9));
+		EXPECT_EQ(std::vector<uint64_t>(slot->key, slot->key + tuple->key_words), key);
+		EXPECT_EQ(slot->rule, rule);
+		EXPECT_EQ(tables.MeterOf(FrameOfSource(other)), 9u);
+		EXPECT_EQ(tables.MeterOf(FrameOfSource(one)), 0u);
+		rte_rcu_qsbr_thread_offline(tables.port.rcu, 3);
+	}
 }
 
 TEST(FlowTuple, AChangeOfMeterReachesThePacketsOfEveryHead)

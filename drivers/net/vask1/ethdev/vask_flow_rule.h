@@ -73,6 +73,16 @@ struct rte_flow {
 
 TAILQ_HEAD(vask_flow_list, rte_flow);
 
+/**
+ * A rule in brief, for a packet that found it in an rte_hash. The library orders what is read of the rule behind
+ * the lookup; the acquire says so to tools that do not see into it.
+ */
+static inline vask_flow_brief
+vask_flow_rule_brief(const struct rte_flow *rule)
+{
+	return rule->brief.load(std::memory_order_acquire);
+}
+
 /** The hardware meter of a rule's packets, 0 for none. Also for packets. */
 static inline uint32_t
 vask_flow_rule_meter(const struct rte_flow *rule)

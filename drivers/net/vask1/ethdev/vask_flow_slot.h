@@ -5,8 +5,7 @@
 /**
  * @file
  * A slot of a tuple: the key of a rule beside what most packets ask of it, so that one cache line answers them.
- *
- * Control calls are for the control lock's holder, who changes a slot under the eyes of packets.
+ * The control lock's holder changes it under the eyes of packets.
  */
 
 #include <atomic>
@@ -20,7 +19,7 @@ struct rte_flow;
  */
 using vask_flow_brief = uint64_t;
 
-/** There is a rule. To be read with acquire before anything else of it. */
+/** Of a slot: it has a rule; to be read with acquire before anything else of it. Of a rule: it has been a head. */
 constexpr vask_flow_brief VASK_FLOW_BRIEF_RULE = UINT64_C(1) << 32;
 /** It meters and does nothing else. */
 constexpr vask_flow_brief VASK_FLOW_BRIEF_METERS_ONLY = UINT64_C(1) << 33;

@@ -85,16 +85,6 @@ vask_flow_tuple_free(struct vask_flow_tuple *tuple)
 	rte_free(tuple);
 }
 
-/* The rule that a lookup in the rte_hash gave, or null. */
-static struct rte_flow *
-rule_of(void *data)
-{
-	struct rte_flow *rule = static_cast<struct rte_flow *>(data);
-	const vask_flow_brief brief = rule->brief.load(std::memory_order_acquire);
-
-	return brief & VASK_FLOW_BRIEF_RULE ? rule : nullptr;
-}
-
 struct rte_flow *
 vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key)
 {
@@ -108,7 +98,9 @@ vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key)
 	if (tuple->hash == nullptr ||
 		rte_hash_lookup_with_hash_data(tuple->hash, key, sig, &data) < 0)
 		return nullptr;
-	return rule_of(data);
+
+	struct rte_flow *rule = static_cast<struct rte_flow *>(data);
+	return vask_flow_rule_brief(rule) & VASK_FLOW_BRIEF_RULE ? rule : nullptr;
 }
 
 /* The key of a rule, its hash and its slot. */
@@ -138,7 +130,7 @@ vask_flow_tuple_head(const struct vask_flow_tuple *tuple, const struct rte_flow 
 	return vask_flow_tuple_find(tuple, rule_place(tuple, rule).key);
 }
 
-/* Puts a rule into a slot that is free, or holds another rule with that key. */
+/* Puts a rule into a slot that is free, or has its key. */
 static void
 slot_fill(
 	const struct vask_flow_tuple *tuple, const struct rule_place &place, struct rte_flow *rule)
@@ -156,9 +148,9 @@ int
 vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct rte_flow *rule)
 {
 	const struct rule_place place(tuple, rule);
-	const vask_flow_brief there = place.slot->brief.load(std::memory_order_relaxed);
-	const bool mine =
-		there == 0 || vask_flow_slot_holds(place.slot, there, place.key, tuple->n_words);
+	/* a slot whose rule is gone still has its key, which may come back at once */
+	const bool mine = place.slot->brief.load(std::memory_order_relaxed) == 0 ||
+		vask_flow_key_same(place.slot->key, place.key, tuple->n_words);
 	const bool known = vask_flow_tuple_find(tuple, place.key) != nullptr;
 
 	if (!known && (tuple->n_keys == tuple->capacity || (!mine && tuple->hash == nullptr)))

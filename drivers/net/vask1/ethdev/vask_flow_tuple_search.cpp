@@ -36,6 +36,7 @@ struct whole_burst {
 	}
 	void found(uint32_t k, const struct rte_flow *rule)
 	{
+		rte_prefetch0(rule);
 		best[k] = rule;
 		written |= UINT64_C(1) << k;
 	}
@@ -91,7 +92,7 @@ search_hash(const struct vask_flow_tuple *tuple, const void **keys, hash_sig_t *
 	for (; hits != 0; hits &= hits - 1) {
 		const uint32_t k = rte_bsf64(hits);
 		const struct rte_flow *rule = static_cast<const struct rte_flow *>(found[k]);
-		const vask_flow_brief brief = rule->brief.load(std::memory_order_acquire);
+		const vask_flow_brief brief = vask_flow_rule_brief(rule);
 
 		if ((brief & VASK_FLOW_BRIEF_RULE) != 0 && !burst.settled(which[k], brief))
 			burst.found(which[k], rule);
@@ -106,7 +107,7 @@ static void
 search_one(const struct vask_flow_tuple *tuple, Burst &burst)
 {
 	const uint32_t n_words = N != 0 ? N : tuple->n_words;
-	const struct vask_flow_slot *slot = vask_flow_slot_of(tuple, 0, 0);
+	const auto *slot = reinterpret_cast<const struct vask_flow_slot *>(tuple->slots);
 	const vask_flow_brief brief = slot->brief.load(std::memory_order_acquire);
 	const uint32_t n = burst.size();
 

@@ -25,7 +25,9 @@ struct vask_meter_ref {
 	struct ref_key key;
 	LIST_ENTRY(vask_meter_ref) next; /* in the chain of its key, or of the free ones */
 	uint32_t hw_meter_id;            /* where its records stand in the card, 0: nowhere */
-	bool engine[SOFTCARD_ENGINES];   /* those that use the meter */
+	const struct vask_p4_meter_cfg_node
+		*node;                 /* whose records these are; good while they stand */
+	bool engine[SOFTCARD_ENGINES]; /* those that use the meter */
 	uint32_t n_rules;
 	struct rte_flow *rules[VASK_METER_RULES_MAX];
 };
@@ -206,6 +208,7 @@ enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *nod
 		ref->engine[dir] = true;
 		write_record(dir, node);
 		ref->hw_meter_id = meter->hw_meter_id;
+		ref->node = node;
 	}
 	if (ref != nullptr)
 		show_rules(ref, ref->hw_meter_id);
@@ -316,6 +319,17 @@ vask_meter_refresh(uint32_t meter_id)
 			break;
 	}
 	refresh(ref, found, shared);
+}
+
+void
+vask_meter_changed(uint32_t meter_id)
+{
+	struct vask_meter_ref *ref = find_ref({meter_id, 0});
+
+	if (meter_id != 0 && ref != nullptr && ref->hw_meter_id != 0)
+		refresh(ref, metering(ref->node), true);
+	else
+		vask_meter_refresh(meter_id);
 }
 
 void

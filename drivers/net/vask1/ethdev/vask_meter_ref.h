@@ -49,7 +49,11 @@ int vask_meter_ref_check(uint32_t meter_id);
  */
 void vask_meter_refresh(uint32_t meter_id);
 
-/** Likewise, without a walk through all meters, after a call that added the meter. */
+/** @name Likewise, mostly without a walk through all meters. @{ */
+/** After a call that added the meter. */
 void vask_meter_created(uint32_t meter_id);
+/** After a call that neither adds nor removes meters. */
+void vask_meter_changed(uint32_t meter_id);
+/** @} */
 
 #endif /* VASK_METER_REF_H */

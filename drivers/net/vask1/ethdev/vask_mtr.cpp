@@ -121,7 +121,7 @@ guarded_enable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *e
 	const guarded_call call(error);
 	const int rc = module_ops->meter_enable(dev, mtr_id, error);
 
-	vask_meter_refresh(mtr_id);
+	vask_meter_changed(mtr_id);
 	return call.done(rc, "meter enable: the card refused the meter's shapers");
 }
 
@@ -131,7 +131,7 @@ guarded_disable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *
 	const guarded_call call(error);
 	const int rc = module_ops->meter_disable(dev, mtr_id, error);
 
-	vask_meter_refresh(mtr_id);
+	vask_meter_changed(mtr_id);
 	return call.done(
 		rc, "meter disable: the card refused to remove the meter's shapers or binding");
 }
@@ -143,7 +143,7 @@ guarded_profile_update(
 	const guarded_call call(error);
 	const int rc = module_ops->meter_profile_update(dev, mtr_id, profile_id, error);
 
-	vask_meter_refresh(mtr_id);
+	vask_meter_changed(mtr_id);
 	return call.done(rc, "meter profile update: the card refused the meter's new profile");
 }
 

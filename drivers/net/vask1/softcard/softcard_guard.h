@@ -9,7 +9,7 @@
  * To lock a meter for each packet costs more time than to meter it. So a burst that sees no other under way
  * takes the lock of the whole engine, and of no meter. The first that sees another makes the engine shared,
  * for good: from then on bursts take the lock of each meter that they come by and leave the engine's alone.
- * Control calls take both, for one meter at a time.
+ * A control call takes the lock by which bursts go, for one meter at a time.
  *
  * As with any spinlock, threads that share a core must not meet here with real-time priorities.
  */
@@ -78,22 +78,31 @@ class softcard_meter_hold
 {
       public:
 	softcard_meter_hold(struct softcard_guard &guard, rte_spinlock_t &meter)
-		: engine_(guard.lock), meter_(meter)
+		: lock_(take(guard, meter))
 	{
-		softcard_guard_wait(engine_);
-		softcard_guard_wait(meter_);
 	}
 	~softcard_meter_hold()
 	{
-		rte_spinlock_unlock(&meter_);
-		rte_spinlock_unlock(&engine_);
+		rte_spinlock_unlock(&lock_);
 	}
 	softcard_meter_hold(const softcard_meter_hold &) = delete;
 	softcard_meter_hold &operator=(const softcard_meter_hold &) = delete;
 
       private:
-	rte_spinlock_t &engine_;
-	rte_spinlock_t &meter_;
+	static rte_spinlock_t &take(struct softcard_guard &guard, rte_spinlock_t &meter)
+	{
+		if (!guard.shared.load(std::memory_order_acquire)) {
+			softcard_guard_wait(guard.lock);
+			/* stays so: only the lock's holder could change it */
+			if (!guard.shared.load(std::memory_order_relaxed))
+				return guard.lock;
+			rte_spinlock_unlock(&guard.lock);
+		}
+		softcard_guard_wait(meter);
+		return meter;
+	}
+
+	rte_spinlock_t &lock_;
 };
 
 #endif /* SOFTCARD_GUARD_H */

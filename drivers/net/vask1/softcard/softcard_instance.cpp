@@ -58,33 +58,34 @@ policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_poli
 {
 	const std::array<uint32_t, 3> actions = {
 		policy.green_action, policy.yellow_action, policy.red_action};
-	const struct softcard_count before = softcard_meter_dropped(meter);
+	uint8_t drop_colors = 0;
 
-	meter.drop_colors = 0;
 	meter.dscp_colors = 0;
 	for (uint32_t color = 0; color < actions.size(); color++) {
-		meter.drop_colors |= (actions[color] == SOFTCARD_ACTION_DROP) << color;
+		drop_colors |= (actions[color] == SOFTCARD_ACTION_DROP) << color;
 		meter.dscp_colors |= (actions[color] == SOFTCARD_ACTION_DSCP) << color;
 	}
 	meter.dscp = {static_cast<uint8_t>(policy.green_dscp),
 		static_cast<uint8_t>(policy.yellow_dscp), static_cast<uint8_t>(policy.red_dscp)};
+	if (drop_colors == meter.drop_colors)
+		return;
 
+	const struct softcard_count before = softcard_meter_dropped(meter);
+	meter.drop_colors = drop_colors;
 	const struct softcard_count after = softcard_meter_dropped(meter);
 	meter.dropped_base.packets += before.packets - after.packets;
 	meter.dropped_base.bytes += before.bytes - after.bytes;
 }
 
-/* Copies what the tables say about a meter to where packets find it, levels cut to the bursts. */
+/* Copies what the tables say about a held meter to where packets find it, levels cut to the bursts. */
 static void
-meter_refresh(int dir, uint32_t hw_meter_id)
+meter_refresh(struct softcard_engine &engine, uint32_t hw_meter_id)
 {
-	struct softcard_engine &engine = softcard->engines[dir];
 	const struct vask_p4_mep_meter_inst_table &inst = engine.insts[hw_meter_id];
 	const struct vask_p4_mep_meter_profile_table &profile = engine.profiles[inst.profile_id];
 	const struct vask_p4_mep_meter_policy_table &policy = engine.policies[inst.policy_id];
 	struct softcard_meter &meter = engine.meters[hw_meter_id];
 	const bool metering = inst.valid && profile.valid && policy.valid;
-	const softcard_meter_hold hold(engine.guard, meter.lock);
 
 	meter.flags = 0;
 	if (metering) {
@@ -108,20 +109,25 @@ meter_refresh(int dir, uint32_t hw_meter_id)
 void
 softcard_meter_set_refresh(int dir, const struct softcard_meter_set *set)
 {
+	struct softcard_engine &engine = softcard->engines[dir];
+
 	if (set->n == 0)
 		return;
 	for (uint32_t word = 0; word < set->bits.size(); word++)
-		for (uint64_t bits = set->bits[word]; bits != 0; bits &= bits - 1)
-			meter_refresh(dir, word * 64 + rte_bsf64(bits));
+		for (uint64_t bits = set->bits[word]; bits != 0; bits &= bits - 1) {
+			const uint32_t hw_meter_id = word * 64 + rte_bsf64(bits);
+			const softcard_meter_hold hold(
+				engine.guard, engine.meters[hw_meter_id].lock);
+
+			meter_refresh(engine, hw_meter_id);
+		}
 }
 
-/* A meter as it is when it is created: full buckets, nothing counted. */
+/* A held meter as it is when it is created: full buckets, nothing counted. */
 static void
-meter_reset(int dir, uint32_t hw_meter_id)
+meter_reset(struct softcard_engine &engine, uint32_t hw_meter_id)
 {
-	struct softcard_engine &engine = softcard->engines[dir];
 	struct softcard_meter &meter = engine.meters[hw_meter_id];
-	const softcard_meter_hold hold(engine.guard, meter.lock);
 
 	meter.flags = 0;
 	meter.state.last_ns = 0;
@@ -142,24 +148,27 @@ softcard_meter_inst_write(
 
 	struct softcard_engine &engine = softcard->engines[dir];
 	struct vask_p4_mep_meter_inst_table &entry = engine.insts[hw_meter_id];
+	const softcard_meter_hold hold(engine.guard, engine.meters[hw_meter_id].lock);
 
-	if (inst->valid && !entry.valid)
-		meter_reset(dir, hw_meter_id);
+	struct vask_p4_mep_meter_inst_table settings =
+		{}; /* of the record, without its levels and counters */
+
+	settings.valid = inst->valid;
+	settings.profile_id = inst->profile_id;
+	settings.policy_id = inst->policy_id;
+	settings.is_color_aware = inst->is_color_aware;
+	settings.use_original_packet_length = inst->use_original_packet_length;
+	settings.stats_bytes_type = inst->stats_bytes_type;
+	settings.stats_pkts_type = inst->stats_pkts_type;
+
+	if (settings.valid && !entry.valid)
+		meter_reset(engine, hw_meter_id);
 	meter_set_remove(&engine.profile_users[entry.profile_id], hw_meter_id);
 	meter_set_remove(&engine.policy_users[entry.policy_id], hw_meter_id);
-
-	entry = {};
-	entry.valid = inst->valid;
-	entry.profile_id = inst->profile_id;
-	entry.policy_id = inst->policy_id;
-	entry.is_color_aware = inst->is_color_aware;
-	entry.use_original_packet_length = inst->use_original_packet_length;
-	entry.stats_bytes_type = inst->stats_bytes_type;
-	entry.stats_pkts_type = inst->stats_pkts_type;
-
+	entry = settings;
 	meter_set_add(&engine.profile_users[entry.profile_id], hw_meter_id);
 	meter_set_add(&engine.policy_users[entry.policy_id], hw_meter_id);
-	meter_refresh(dir, hw_meter_id);
+	meter_refresh(engine, hw_meter_id);
 	return 0;
 }
 
@@ -172,11 +181,12 @@ softcard_meter_inst_clear(int dir, uint32_t hw_meter_id)
 
 	struct softcard_engine &engine = softcard->engines[dir];
 	struct vask_p4_mep_meter_inst_table &entry = engine.insts[hw_meter_id];
+	const softcard_meter_hold hold(engine.guard, engine.meters[hw_meter_id].lock);
 
 	meter_set_remove(&engine.profile_users[entry.profile_id], hw_meter_id);
 	meter_set_remove(&engine.policy_users[entry.policy_id], hw_meter_id);
 	entry = {};
-	meter_reset(dir, hw_meter_id);
+	meter_reset(engine, hw_meter_id);
 	return 0;
 }
 
