@@ -10,6 +10,7 @@
 #include <memory>
 #include <pthread.h>
 #include <string>
+#include <sys/prctl.h>
 #include <thread>
 #include <vector>
 
@@ -59,7 +60,10 @@ app_check(struct rte_mbuf *const *pkts, uint16_t n)
 	}
 }
 
-/* Changes the last meter's profile again and again on another core. */
+/*
+ * Changes the last meter's profile again and again on another core. Between two changes it sleeps, as a control
+ * plane does: to spin would cost the packets what two threads of one core cost each other.
+ */
 class control_thread
 {
       public:
@@ -86,15 +90,16 @@ class control_thread
       private:
 	void run(uint16_t port, uint32_t meter)
 	{
-		const uint64_t interval = rte_get_tsc_hz() / PER_SECOND;
+		constexpr std::chrono::nanoseconds interval(1000000000 / PER_SECOND);
+		auto next = std::chrono::steady_clock::now();
 		cpu_set_t cpus;
 
 		CPU_ZERO(&cpus);
 		CPU_SET(1, &cpus);
 		pthread_setaffinity_np(pthread_self(), sizeof(cpus), &cpus);
-		for (uint64_t next = rte_rdtsc(); !stop_; next += interval) {
-			while (rte_rdtsc() < next && !stop_)
-				rte_pause();
+		prctl(PR_SET_TIMERSLACK, 1);
+		while (!stop_) {
+			std::this_thread::sleep_until(next += interval);
 			good_ = rte_mtr_meter_profile_update(port, meter, 1, nullptr) == 0 && good_;
 			changes_++;
 		}

@@ -3,6 +3,7 @@
 
 #include "flow_support.h"
 
+#include <bit>
 #include <random>
 #include <vector>
 
@@ -101,6 +102,23 @@ TEST(FlowTuple, ARemovedRuleIsOutOfForceWhileABurstMaySeeIt)
 		EXPECT_EQ(vask_flow_rule_meter(rule), 9u);
 		EXPECT_EQ(tables.MeterOf(FrameOfSource(7)), 0u);
 		rte_rcu_qsbr_thread_offline(tables.port.rcu, 3);
+	}
+}
+
+TEST(FlowTuple, AddressesInARowNeedNoHashBesideTheirSlots)
+{
+	for (const uint32_t first : {0x0a000000u, 0xc0a80000u, 0xac100001u}) {
+		Tables tables;
+
+		for (uint32_t n = 0; n < 4095; n++) {
+			tables.Add(RuleOfSource(first + n, n + 1));
+			if (std::has_single_bit(n + 2)) /* 1, 3, 7 .. 4095 rules */ {
+				EXPECT_EQ(TupleOf(tables)->hash, nullptr) << n + 1;
+			}
+		}
+		for (uint32_t n = 0; n < 4095; n++)
+			EXPECT_EQ(tables.MeterOf(FrameOfSource(first + n)), n + 1);
+		EXPECT_EQ(TupleOf(tables)->capacity, 4096u);
 	}
 }
 

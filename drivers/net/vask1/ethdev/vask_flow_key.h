@@ -20,7 +20,7 @@
 #include "vask_flow_slot.h"
 #include "vask_flow_tuple.h"
 
-/** The hash of a key, of which the slots take the low bits. */
+/** The hash of a key. */
 static inline hash_sig_t
 vask_flow_key_hash(const uint64_t *key, uint32_t n_words)
 {
@@ -85,7 +85,7 @@ static inline struct vask_flow_slot *
 vask_flow_slot_of(const struct vask_flow_tuple *tuple, size_t slot_size, hash_sig_t sig)
 {
 	return reinterpret_cast<struct vask_flow_slot *>(
-		tuple->slots + (sig & tuple->slot_mask) * slot_size);
+		tuple->slots + (sig >> tuple->slot_shift & tuple->slot_mask) * slot_size);
 }
 
 /** Whether a slot holds the rule with that key. */

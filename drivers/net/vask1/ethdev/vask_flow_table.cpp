@@ -140,17 +140,22 @@ vask_flow_state_free(struct vask_flow_state *state)
 	rte_free(state);
 }
 
-/* A larger tuple with the heads of a full one and a new rule; null when memory is short. */
+/*
+ * Another tuple with the heads of one that is full, or in which the key of a new rule finds no place, and with
+ * that rule; null when memory is short.
+ */
 static struct vask_flow_tuple *
-enlarge_tuple(const struct vask_flow_tuple *old, struct rte_flow *added, bool hash)
+rebuild_tuple(const struct vask_flow_tuple *old, struct rte_flow *added)
 {
-	struct vask_flow_tuple *tuple =
-		vask_flow_tuple_create(&old->full_mask, 2 * (old->n_keys + 1), hash);
+	const bool full = old->n_keys == old->capacity;
+	struct vask_flow_tuple *tuple = vask_flow_tuple_create(
+		&old->full_mask, full ? 2 * (old->n_keys + 1) : RTE_MAX(old->capacity, 2u));
 	struct rte_flow *rule;
-	int rc = 0;
+	int rc;
 
 	if (tuple == nullptr)
 		return nullptr;
+	rc = vask_flow_tuple_prepare(tuple, &old->rules, added);
 	TAILQ_FOREACH (rule, &old->rules, in_tuple)
 		if (rule->head && rc == 0)
 			rc = vask_flow_tuple_put(tuple, rule);
@@ -159,15 +164,14 @@ enlarge_tuple(const struct vask_flow_tuple *old, struct rte_flow *added, bool ha
 	if (rc == 0)
 		return tuple;
 	vask_flow_tuple_free(tuple);
-	/* two keys want the same slot */
-	return hash ? nullptr : enlarge_tuple(old, added, true);
+	return nullptr;
 }
 
-/* Moves the rules of a full tuple, and a new one, into a larger tuple that takes its place. */
+/* Moves the rules of a tuple, and a new one that it has no place for, into another that takes its place. */
 static int
-grow_tuple(struct vask_flow_state *state, struct vask_flow_tuple *old, struct rte_flow *added)
+replace_tuple(struct vask_flow_state *state, struct vask_flow_tuple *old, struct rte_flow *added)
 {
-	struct vask_flow_tuple *tuple = enlarge_tuple(old, added, old->hash != nullptr);
+	struct vask_flow_tuple *tuple = rebuild_tuple(old, added);
 	struct rte_flow *rule;
 
 	if (tuple == nullptr)
@@ -193,7 +197,7 @@ grow_tuple(struct vask_flow_state *state, struct vask_flow_tuple *old, struct rt
 static int
 insert_first(struct vask_flow_state *state, struct rte_flow *rule)
 {
-	struct vask_flow_tuple *tuple = vask_flow_tuple_create(&rule->spec.mask, 1, false);
+	struct vask_flow_tuple *tuple = vask_flow_tuple_create(&rule->spec.mask, 1);
 
 	if (tuple == nullptr)
 		return -ENOMEM;
@@ -263,7 +267,7 @@ insert_into(struct vask_flow_state *state, struct vask_flow_tuple *tuple, struct
 
 	rc = vask_flow_tuple_put(tuple, rule);
 	if (rc == -ENOSPC)
-		rc = grow_tuple(state, tuple, rule);
+		rc = replace_tuple(state, tuple, rule);
 	rule->head = rc == 0;
 	return rc;
 }

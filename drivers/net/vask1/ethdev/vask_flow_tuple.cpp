@@ -1,7 +1,9 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include <rte_hash.h>
@@ -40,7 +42,7 @@ create_hash(uint32_t keys, uint32_t key_words)
 }
 
 struct vask_flow_tuple *
-vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys, bool hash)
+vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys)
 {
 	struct vask_flow_tuple *tuple = static_cast<struct vask_flow_tuple *>(
 		rte_zmalloc("vask_flow_tuple", sizeof(*tuple), RTE_CACHE_LINE_SIZE));
@@ -67,10 +69,7 @@ vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys, bool h
 	tuple->slot_size = vask_flow_slot_size(tuple->n_words);
 	tuple->slots = static_cast<uint8_t *>(rte_zmalloc(
 		"vask_flow_slots", size_t{slots} * tuple->slot_size, RTE_CACHE_LINE_SIZE));
-	if (tuple->slots != nullptr && hash)
-		/* half full at most, so that nearly all keys stand in their first bucket */
-		tuple->hash = create_hash(2 * tuple->capacity, tuple->key_words);
-	if (tuple->slots == nullptr || (hash && tuple->hash == nullptr)) {
+	if (tuple->slots == nullptr) {
 		vask_flow_tuple_free(tuple);
 		return nullptr;
 	}
@@ -128,6 +127,71 @@ struct rte_flow *
 vask_flow_tuple_head(const struct vask_flow_tuple *tuple, const struct rte_flow *rule)
 {
 	return vask_flow_tuple_find(tuple, rule_place(tuple, rule).key);
+}
+
+/* Of keys that hash so, how many want a slot that an earlier one has. */
+static uint32_t
+count_late(const struct vask_flow_tuple *tuple, const hash_sig_t *sigs, uint32_t n, uint8_t *taken)
+{
+	uint32_t late = 0;
+
+	memset(taken, 0, tuple->slot_mask + 1);
+	for (uint32_t i = 0; i < n; i++) {
+		uint8_t *slot = &taken[sigs[i] >> tuple->slot_shift & tuple->slot_mask];
+
+		late += *slot;
+		*slot = 1;
+	}
+	return late;
+}
+
+/* Picks the bits that leave the fewest keys without a slot. Returns how many those are. */
+static uint32_t
+pick_bits(struct vask_flow_tuple *tuple, const hash_sig_t *sigs, uint32_t n, uint8_t *taken)
+{
+	const uint32_t shifts = 33 - std::popcount(tuple->slot_mask);
+	uint32_t best = 0;
+	uint32_t fewest = UINT32_MAX;
+
+	for (uint32_t shift = 0; shift < shifts && fewest != 0; shift++) {
+		tuple->slot_shift = shift;
+		const uint32_t late = count_late(tuple, sigs, n, taken);
+
+		if (late < fewest) {
+			fewest = late;
+			best = shift;
+		}
+	}
+	tuple->slot_shift = best;
+	return fewest;
+}
+
+int
+vask_flow_tuple_prepare(struct vask_flow_tuple *tuple, const struct vask_flow_list *rules,
+	const struct rte_flow *added)
+{
+	hash_sig_t *sigs = static_cast<hash_sig_t *>(malloc(tuple->capacity * sizeof(*sigs)));
+	uint8_t *taken = static_cast<uint8_t *>(malloc(tuple->slot_mask + 1));
+	const struct rte_flow *rule;
+	uint32_t late = 0;
+	uint32_t n = 0;
+
+	if (sigs != nullptr && taken != nullptr) {
+		TAILQ_FOREACH (rule, rules, in_tuple)
+			if (rule->head)
+				sigs[n++] = rule_place(tuple, rule).sig;
+		sigs[n++] = rule_place(tuple, added).sig;
+		late = pick_bits(tuple, sigs, n, taken);
+	}
+	free(sigs);
+	free(taken);
+	if (n == 0)
+		return -ENOMEM;
+	if (late == 0)
+		return 0;
+	/* half full at most, so that nearly all keys stand in their first bucket */
+	tuple->hash = create_hash(2 * tuple->capacity, tuple->key_words);
+	return tuple->hash != nullptr ? 0 : -ENOMEM;
 }
 
 /* Puts a rule into a slot that is free, or has its key. */

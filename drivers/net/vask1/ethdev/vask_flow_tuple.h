@@ -6,9 +6,10 @@
  * @file
  * A tuple: the rules of a direction that share a mask, as one exact-match table over the masked words.
  *
- * An rte_hash holds the keys. In front of it stand slots, one for each value of the hash's low bits, which
- * answer most lookups with one cache line; a tuple in which no two keys want the same slot has no
- * rte_hash. Of rules with the same pattern the table holds the first in rank, the head; the others hang
+ * Slots, one for each value of some bits of the key's hash, answer most lookups with one cache line. Where keys
+ * want a slot that another has, an rte_hash behind the slots holds all keys; it is not there where none does.
+ * The hash of addresses in a row is linear: some of its bits tell them all apart, others hardly any, and the
+ * bits are chosen by the keys there are. Of rules with the same pattern the table holds the first in rank, the head; the others hang
  * behind it.
  */
 
@@ -19,6 +20,7 @@ struct vask_flow_frame;
 struct vask_flow_tuple {
 	/* fixed from creation, read by packets */
 	struct rte_hash *hash; /* all keys, or null: they are all in slots */
+	uint32_t slot_shift;   /* of the hash, where the bits begin that number the slots */
 	uint32_t n_words;      /* word 0 and every other one that has a mask */
 	uint32_t key_words;    /* n_words rounded up to 16 bytes */
 	uint64_t mask[VASK_FLOW_WORDS];
@@ -41,11 +43,18 @@ struct vask_flow_tuple {
  * A tuple without rules.
  *
  * @param keys  that it holds at least; with one it has one slot and no use for hashing.
- * @param hash  whether it has an rte_hash.
  * @return null when memory is short.
  */
-struct vask_flow_tuple *
-vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys, bool hash);
+struct vask_flow_tuple *vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys);
+
+/**
+ * Makes ready for the heads among some rules, and for one rule more: picks the bits by which the fewest of them
+ * want the same slots, and adds an rte_hash if some do. For a tuple that has no rules yet.
+ *
+ * @return 0, or -ENOMEM.
+ */
+int vask_flow_tuple_prepare(struct vask_flow_tuple *tuple, const struct vask_flow_list *rules,
+	const struct rte_flow *added);
 
 /** Frees a tuple that no packet sees. Its rules are not touched. */
 void vask_flow_tuple_free(struct vask_flow_tuple *tuple);
