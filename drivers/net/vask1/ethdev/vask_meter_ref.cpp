@@ -214,13 +214,9 @@ enter_index(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *nod
 		show_rules(ref, ref->hw_meter_id);
 }
 
-/*
- * Takes a meter's records out of the card, but for those that a meter which shares its index uses.
- *
- * @param shared  whether there may be such a meter, enabled.
- */
+/* Takes a meter's records out of the card, but for those that an enabled meter which shares its index uses. */
 static void
-leave_index(struct vask_meter_ref *ref, bool shared)
+leave_index(struct vask_meter_ref *ref)
 {
 	const struct vask_p4_meter_cfg_node *node;
 	const uint32_t index = ref->hw_meter_id;
@@ -228,15 +224,14 @@ leave_index(struct vask_meter_ref *ref, bool shared)
 
 	show_rules(ref, 0);
 	ref->hw_meter_id = 0;
-	if (shared)
-		TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
-			if (!node->data.enable || node->data.hw_meter_id != index)
-				continue;
-			struct vask_meter_ref *sharer = find_ref(key_of(node));
-			for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
-				used[dir] |= is_used(sharer, node, dir);
-			enter_index(sharer, node);
-		}
+	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
+		if (likely(node->data.hw_meter_id != index) || !node->data.enable)
+			continue;
+		struct vask_meter_ref *sharer = find_ref(key_of(node));
+		for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
+			used[dir] |= is_used(sharer, node, dir);
+		enter_index(sharer, node);
+	}
 	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
 		if (!used[dir])
 			softcard_meter_inst_clear(dir, index);
@@ -244,11 +239,11 @@ leave_index(struct vask_meter_ref *ref, bool shared)
 
 /* `found`: the meter, or null when it is absent or disabled. */
 static void
-refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *found, bool shared)
+refresh(struct vask_meter_ref *ref, const struct vask_p4_meter_cfg_node *found)
 {
 	if (ref != nullptr && ref->hw_meter_id != 0 &&
 		(found == nullptr || found->data.hw_meter_id != ref->hw_meter_id))
-		leave_index(ref, shared);
+		leave_index(ref);
 	if (found != nullptr)
 		enter_index(ref, found);
 	else if (ref != nullptr)
@@ -275,7 +270,7 @@ refresh_meters_0()
 			if (ref->key.meter_id == 0 && !held[ref->key.index])
 				gone = ref;
 	if (gone != nullptr)
-		refresh(gone, nullptr, true);
+		refresh(gone, nullptr);
 }
 
 /* A meter other than 0, where it meters: present and enabled. */
@@ -289,36 +284,18 @@ void
 vask_meter_refresh(uint32_t meter_id)
 {
 	const struct vask_p4_meter_cfg_node *node;
-	const struct vask_p4_meter_cfg_node *found = nullptr;
 	struct vask_meter_ref *ref = find_ref({meter_id, 0});
-	bool shared = false;
 
 	if (meter_id == 0) {
 		refresh_meters_0();
 		return;
 	}
-	const uint32_t index = ref != nullptr ? ref->hw_meter_id : 0;
-
-	if (index == 0) {
-		TAILQ_FOREACH (node, &vask_p4_meter_list, next)
-			if (node->data.meter_id == meter_id)
-				break;
-		refresh(ref, metering(node), false);
-		return;
-	}
-	/* one walk finds the meter and, where it no longer meters with its index, who shares that */
-	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
-		if (likely(node->data.meter_id != meter_id && node->data.hw_meter_id != index))
-			continue;
-		if (node->data.meter_id != meter_id) {
-			shared |= metering(node) != nullptr;
-			continue;
-		}
-		found = metering(node);
-		if (found != nullptr && found->data.hw_meter_id == index)
+	TAILQ_FOREACH (node, &vask_p4_meter_list, next)
+		if (node->data.meter_id == meter_id)
 			break;
-	}
-	refresh(ref, found, shared);
+	if (ref != nullptr)
+		ref->node = node;
+	refresh(ref, metering(node));
 }
 
 void
@@ -326,10 +303,23 @@ vask_meter_changed(uint32_t meter_id)
 {
 	struct vask_meter_ref *ref = find_ref({meter_id, 0});
 
-	if (meter_id != 0 && ref != nullptr && ref->hw_meter_id != 0)
-		refresh(ref, metering(ref->node), true);
+	if (meter_id != 0 && ref != nullptr && ref->node != nullptr)
+		refresh(ref, metering(ref->node));
 	else
 		vask_meter_refresh(meter_id);
+}
+
+void
+vask_meter_destroyed(uint32_t meter_id)
+{
+	struct vask_meter_ref *ref = find_ref({meter_id, 0});
+
+	if (meter_id == 0) {
+		refresh_meters_0();
+	} else if (ref != nullptr) {
+		ref->node = nullptr;
+		refresh(ref, nullptr);
+	}
 }
 
 void
@@ -339,7 +329,7 @@ vask_meter_created(uint32_t meter_id)
 		TAILQ_LAST(&vask_p4_meter_list, vask_p4_meter_list_head);
 
 	if (meter_id != 0 && last != nullptr && last->data.meter_id == meter_id)
-		refresh(find_ref({meter_id, 0}), metering(last), true);
+		refresh(find_ref({meter_id, 0}), metering(last));
 	else
 		vask_meter_refresh(meter_id);
 }

@@ -54,6 +54,8 @@ void vask_meter_refresh(uint32_t meter_id);
 void vask_meter_created(uint32_t meter_id);
 /** After a call that neither adds nor removes meters. */
 void vask_meter_changed(uint32_t meter_id);
+/** After a call that removed the meter. */
+void vask_meter_destroyed(uint32_t meter_id);
 /** @} */
 
 #endif /* VASK_METER_REF_H */

@@ -111,7 +111,10 @@ guarded_destroy(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *
 	const guarded_call call(error);
 	const int rc = module_ops->destroy(dev, mtr_id, error);
 
-	vask_meter_refresh(mtr_id);
+	if (rc == 0)
+		vask_meter_destroyed(mtr_id);
+	else
+		vask_meter_refresh(mtr_id);
 	return call.done(rc, "meter: the card refused to delete it");
 }
 
