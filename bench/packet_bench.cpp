@@ -198,6 +198,8 @@ scenarios()
 	for (const uint32_t flows : {4, 16, 64, 1024, 2048})
 		all.push_back({"vask1/rx/" + std::to_string(flows) + "/green", true, NO_CHECK,
 			{flows, false, true, false, false, PACKET_GREEN}, false});
+	all.push_back({"vask1/rx/4095/scattered", true, NO_CHECK,
+		{4095, false, true, false, false, PACKET_SCATTERED}, false});
 	all.push_back({"null/stamped", false, NO_CHECK,
 		{1, false, false, false, true, PACKET_GREEN}, false});
 	for (const uint32_t flows : {1, 4095})

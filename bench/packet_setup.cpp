@@ -27,7 +27,7 @@ constexpr uint32_t BUFFERS = 8190; /* twice the most flows */
 constexpr uint32_t PROFILE = 1;
 constexpr uint32_t POLICY = 1;
 constexpr uint32_t FIRST_METER = 1;
-constexpr uint32_t NETWORK = RTE_IPV4(10, 0, 0, 0); /* of the destinations, one a flow */
+constexpr uint32_t NETWORK = RTE_IPV4(10, 0, 0, 0); /* of the destinations, one a flow, in a row */
 constexpr uint8_t EF = 46;
 constexpr uint8_t AF13 = 14; /* the drop precedence that colour-aware meters take for red */
 
@@ -84,6 +84,16 @@ packet_pair(bool vask1, bool capture)
 	return {port_of("net_vask1_0"), port_of("net_vask1_1")};
 }
 
+/* Where a flow goes. */
+static rte_be32_t
+destination(const struct packet_load &load, uint32_t flow)
+{
+	constexpr uint32_t FAR = 2654435761; /* odd: no two flows meet */
+
+	return rte_cpu_to_be_32(
+		load.work == PACKET_SCATTERED ? (NETWORK + flow) * FAR : NETWORK + flow);
+}
+
 /* The flow of each buffer: equally many of each, in random order. */
 static std::vector<uint32_t>
 random_flows(uint32_t flows, uint32_t buffers)
@@ -124,7 +134,7 @@ write_frame(struct rte_mempool *, void *opaque, void *object, unsigned index)
 	ip->time_to_live = 64;
 	ip->next_proto_id = IPPROTO_UDP;
 	ip->src_addr = rte_cpu_to_be_32(RTE_IPV4(192, 0, 2, 1));
-	ip->dst_addr = rte_cpu_to_be_32(NETWORK + flow);
+	ip->dst_addr = destination(w->load, flow);
 	ip->hdr_checksum = rte_ipv4_cksum(ip);
 	*udp = {};
 	udp->src_port = udp->dst_port = rte_cpu_to_be_16(9);
@@ -196,7 +206,7 @@ add_meter(uint16_t port, const struct packet_load &load, uint32_t flow)
 
 	attr.ingress = !load.egress;
 	attr.egress = load.egress;
-	spec.hdr.dst_addr = rte_cpu_to_be_32(NETWORK + flow);
+	spec.hdr.dst_addr = destination(load, flow);
 	mask.hdr.dst_addr = RTE_BE32(UINT32_MAX);
 	rules.push_back(rte_flow_create(port, &attr, pattern, actions, &error));
 	must(rules.back() != nullptr, error.message != nullptr ? error.message : "rule");

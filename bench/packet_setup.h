@@ -26,6 +26,7 @@ enum packet_work {
 	PACKET_GREEN,    /* all packets green, all pass */
 	PACKET_HALF_RED, /* every other packet of each flow arrives marked red: red, dropped */
 	PACKET_REWRITE,  /* all packets green and given DSCP 46 */
+	PACKET_SCATTERED /* all green, the flows' addresses not in a row but all over */
 };
 
 struct packet_load {
