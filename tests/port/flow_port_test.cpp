@@ -11,6 +11,7 @@
 #include <rte_mtr.h>
 
 #include "softcard_view.h"
+#include "rte_pmd_net_vask1.h"
 #include "vask_p4_meter.h"
 
 using namespace vask_test;
@@ -292,6 +293,23 @@ TEST_F(FlowPort, ARuleOutlivesItsMeterAndMetersAgainWithItsSuccessor)
 	EXPECT_EQ(MeterOf(udp, TX), now);
 	EXPECT_EQ(Record(RX, now).profile_id, HwProfile(6));
 	EXPECT_EQ(Record(TX, now).profile_id, HwProfile(6));
+}
+
+TEST_F(FlowPort, AMeterThatTheP4TableTookAwayStaysAwayWhateverIsRefusedAfterwards)
+{
+	rte_mtr_error mtr_error;
+
+	CreateMeter(9, RECEIVE);
+	ASSERT_NE(Create(UdpRule().Meter(9)), nullptr);
+	ASSERT_NE(MeterOf(udp), 0u);
+	ASSERT_EQ(rte_pmd_net_vask1_instance_del(9), 0);
+	EXPECT_EQ(MeterOf(udp), 0u);
+	EXPECT_NE(rte_mtr_meter_profile_update(port_id, 9, 6, &mtr_error), 0);
+	EXPECT_EQ(MeterOf(udp), 0u);
+	EXPECT_NE(rte_mtr_meter_enable(port_id, 9, &mtr_error), 0);
+	EXPECT_EQ(MeterOf(udp), 0u);
+	CreateMeter(9, RECEIVE);
+	EXPECT_EQ(MeterOf(udp), vask_p4_find_hw_meterid_by_upid(9));
 }
 
 TEST_F(FlowPort, AChangedProfileReachesTheRecord)

@@ -122,6 +122,26 @@ TEST(FlowTuple, AddressesInARowNeedNoHashBesideTheirSlots)
 	}
 }
 
+TEST(FlowTuple, RulesThatComeAndGoBesideAddressesInARowBuildFewTuples)
+{
+	constexpr unsigned CHANGES = 5000;
+	constexpr unsigned A_TUPLE =
+		2; /* things retired with one that is replaced: itself and the view */
+	Tables tables;
+	std::mt19937 dice(5);
+
+	for (uint32_t n = 0; n < 4000; n++)
+		tables.Add(RuleOfSource(0x0a000000 + n, 1));
+	const uint64_t before = tables.port.rcu->token;
+	for (unsigned n = 0; n < CHANGES; n++)
+		tables.Remove(tables.Add(RuleOfSource(0xc0000000 + dice() % 0x10000000, 2)));
+	/* each rule that goes is retired, too */
+	EXPECT_LE(tables.port.rcu->token - before, CHANGES + A_TUPLE * 8);
+	EXPECT_EQ(TupleOf(tables)->capacity, 4096u);
+	for (uint32_t n = 0; n < 4000; n++)
+		EXPECT_EQ(tables.MeterOf(FrameOfSource(0x0a000000 + n)), 1u);
+}
+
 /* Both kinds of tuple: keys that all have their slots, and keys some of which are only in the rte_hash. */
 void
 AddOthers(Tables &tables, bool hash)

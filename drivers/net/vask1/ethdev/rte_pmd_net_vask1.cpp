@@ -97,7 +97,7 @@ rte_pmd_net_vask1_instance_mod(uint32_t id, const p4_meter_instance_t *entry)
 		return -ENODEV;
 
 	const int rc = talvora_p4_offload_meter_table_instance_mod(id, entry);
-	vask_meter_changed(id);
+	vask_meter_refresh(id);
 	return rc;
 }
 

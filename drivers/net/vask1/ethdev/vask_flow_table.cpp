@@ -155,7 +155,7 @@ rebuild_tuple(const struct vask_flow_tuple *old, struct rte_flow *added)
 
 	if (tuple == nullptr)
 		return nullptr;
-	rc = vask_flow_tuple_prepare(tuple, &old->rules, added);
+	rc = vask_flow_tuple_prepare(tuple, old, added);
 	TAILQ_FOREACH (rule, &old->rules, in_tuple)
 		if (rule->head && rc == 0)
 			rc = vask_flow_tuple_put(tuple, rule);

@@ -14,6 +14,8 @@
 
 constexpr uint32_t KEYS_MIN = 16; /* of a tuple with more than one slot */
 constexpr uint32_t SLOTS_A_KEY = 2;
+/* Rules that come and go could else make one tuple after another, each a little while in use. */
+constexpr uint32_t PICKS_MAX = 8;
 
 static_assert(VASK_FLOW_KEY_WORDS == RTE_ALIGN(VASK_FLOW_WORDS, 2u));
 
@@ -167,7 +169,7 @@ pick_bits(struct vask_flow_tuple *tuple, const hash_sig_t *sigs, uint32_t n, uin
 }
 
 int
-vask_flow_tuple_prepare(struct vask_flow_tuple *tuple, const struct vask_flow_list *rules,
+vask_flow_tuple_prepare(struct vask_flow_tuple *tuple, const struct vask_flow_tuple *old,
 	const struct rte_flow *added)
 {
 	hash_sig_t *sigs = static_cast<hash_sig_t *>(malloc(tuple->capacity * sizeof(*sigs)));
@@ -177,7 +179,7 @@ vask_flow_tuple_prepare(struct vask_flow_tuple *tuple, const struct vask_flow_li
 	uint32_t n = 0;
 
 	if (sigs != nullptr && taken != nullptr) {
-		TAILQ_FOREACH (rule, rules, in_tuple)
+		TAILQ_FOREACH (rule, &old->rules, in_tuple)
 			if (rule->head)
 				sigs[n++] = rule_place(tuple, rule).sig;
 		sigs[n++] = rule_place(tuple, added).sig;
@@ -187,7 +189,8 @@ vask_flow_tuple_prepare(struct vask_flow_tuple *tuple, const struct vask_flow_li
 	free(taken);
 	if (n == 0)
 		return -ENOMEM;
-	if (late == 0)
+	tuple->picks = tuple->capacity == old->capacity ? old->picks + 1 : 1;
+	if (late == 0 && tuple->picks <= PICKS_MAX)
 		return 0;
 	/* half full at most, so that nearly all keys stand in their first bucket */
 	tuple->hash = create_hash(2 * tuple->capacity, tuple->key_words);

@@ -9,8 +9,8 @@
  * Slots, one for each value of some bits of the key's hash, answer most lookups with one cache line. Where keys
  * want a slot that another has, an rte_hash behind the slots holds all keys; it is not there where none does.
  * The hash of addresses in a row is linear: some of its bits tell them all apart, others hardly any, and the
- * bits are chosen by the keys there are. Of rules with the same pattern the table holds the first in rank, the head; the others hang
- * behind it.
+ * bits are chosen by the keys there are. Of rules with the same pattern the table holds the first in rank, the
+ * head; the others hang behind it.
  */
 
 #include "vask_flow_table.h"
@@ -18,7 +18,7 @@
 struct vask_flow_frame;
 
 struct vask_flow_tuple {
-	/* fixed from creation, read by packets */
+	/* fixed before packets read it */
 	struct rte_hash *hash; /* all keys, or null: they are all in slots */
 	uint32_t slot_shift;   /* of the hash, where the bits begin that number the slots */
 	uint32_t n_words;      /* word 0 and every other one that has a mask */
@@ -34,7 +34,8 @@ struct vask_flow_tuple {
 	union vask_flow_fields full_mask;
 	uint64_t best_rank; /* no rule has a lower one */
 	uint32_t n_keys;
-	uint32_t capacity;           /* keys */
+	uint32_t capacity; /* keys */
+	uint32_t picks;    /* of bits, for tuples of that capacity, this one and those before it */
 	struct vask_flow_list rules; /* heads and others */
 	TAILQ_ENTRY(vask_flow_tuple) next;
 };
@@ -48,12 +49,13 @@ struct vask_flow_tuple {
 struct vask_flow_tuple *vask_flow_tuple_create(const union vask_flow_fields *mask, uint32_t keys);
 
 /**
- * Makes ready for the heads among some rules, and for one rule more: picks the bits by which the fewest of them
- * want the same slots, and adds an rte_hash if some do. For a tuple that has no rules yet.
+ * Makes ready for the heads of another tuple, in whose place this one comes, and for one rule more: picks the bits
+ * by which the fewest of them want the same slots, and adds an rte_hash if some do, or if bits were picked often
+ * enough. The tuple has no rules yet, room for those, and more than one slot.
  *
  * @return 0, or -ENOMEM.
  */
-int vask_flow_tuple_prepare(struct vask_flow_tuple *tuple, const struct vask_flow_list *rules,
+int vask_flow_tuple_prepare(struct vask_flow_tuple *tuple, const struct vask_flow_tuple *old,
 	const struct rte_flow *added);
 
 /** Frees a tuple that no packet sees. Its rules are not touched. */
@@ -73,7 +75,8 @@ vask_flow_tuple_head(const struct vask_flow_tuple *tuple, const struct rte_flow 
 /**
  * Makes a rule the head for its key, in place of any other.
  *
- * @return 0, or -ENOSPC: the tuple is full, or the slot is taken and there is no rte_hash.
+ * @return 0, or -ENOSPC: the tuple is full, or the slot is taken and there is no rte_hash, or that has no place
+ *   left until places are given back.
  */
 int vask_flow_tuple_put(struct vask_flow_tuple *tuple, struct rte_flow *rule);
 

@@ -25,9 +25,8 @@ struct vask_meter_ref {
 	struct ref_key key;
 	LIST_ENTRY(vask_meter_ref) next; /* in the chain of its key, or of the free ones */
 	uint32_t hw_meter_id;            /* where its records stand in the card, 0: nowhere */
-	const struct vask_p4_meter_cfg_node
-		*node;                 /* whose records these are; good while they stand */
-	bool engine[SOFTCARD_ENGINES]; /* those that use the meter */
+	const struct vask_p4_meter_cfg_node *node; /* null, or the meter, if its id is not 0 */
+	bool engine[SOFTCARD_ENGINES];             /* those that use the meter */
 	uint32_t n_rules;
 	struct rte_flow *rules[VASK_METER_RULES_MAX];
 };

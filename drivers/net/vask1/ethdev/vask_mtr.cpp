@@ -34,6 +34,16 @@ struct guarded_call {
 	}
 };
 
+/* A refusal may mean that the meter has gone behind our back. */
+static void
+after_change(uint32_t mtr_id, int rc)
+{
+	if (rc == 0)
+		vask_meter_changed(mtr_id);
+	else
+		vask_meter_refresh(mtr_id);
+}
+
 static int
 guarded_capabilities_get(
 	struct rte_eth_dev *dev, struct rte_mtr_capabilities *cap, struct rte_mtr_error *error)
@@ -124,7 +134,7 @@ guarded_enable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *e
 	const guarded_call call(error);
 	const int rc = module_ops->meter_enable(dev, mtr_id, error);
 
-	vask_meter_changed(mtr_id);
+	after_change(mtr_id, rc);
 	return call.done(rc, "meter enable: the card refused the meter's shapers");
 }
 
@@ -134,7 +144,7 @@ guarded_disable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *
 	const guarded_call call(error);
 	const int rc = module_ops->meter_disable(dev, mtr_id, error);
 
-	vask_meter_changed(mtr_id);
+	after_change(mtr_id, rc);
 	return call.done(
 		rc, "meter disable: the card refused to remove the meter's shapers or binding");
 }
@@ -146,7 +156,7 @@ guarded_profile_update(
 	const guarded_call call(error);
 	const int rc = module_ops->meter_profile_update(dev, mtr_id, profile_id, error);
 
-	vask_meter_changed(mtr_id);
+	after_change(mtr_id, rc);
 	return call.done(rc, "meter profile update: the card refused the meter's new profile");
 }
 

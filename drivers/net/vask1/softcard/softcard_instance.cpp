@@ -148,10 +148,7 @@ softcard_meter_inst_write(
 
 	struct softcard_engine &engine = softcard->engines[dir];
 	struct vask_p4_mep_meter_inst_table &entry = engine.insts[hw_meter_id];
-	const softcard_meter_hold hold(engine.guard, engine.meters[hw_meter_id].lock);
-
-	struct vask_p4_mep_meter_inst_table settings =
-		{}; /* of the record, without its levels and counters */
+	struct vask_p4_mep_meter_inst_table settings = {}; /* no levels, no counters */
 
 	settings.valid = inst->valid;
 	settings.profile_id = inst->profile_id;
@@ -161,13 +158,17 @@ softcard_meter_inst_write(
 	settings.stats_bytes_type = inst->stats_bytes_type;
 	settings.stats_pkts_type = inst->stats_pkts_type;
 
-	if (settings.valid && !entry.valid)
-		meter_reset(engine, hw_meter_id);
+	const bool fresh = settings.valid && !entry.valid;
+
 	meter_set_remove(&engine.profile_users[entry.profile_id], hw_meter_id);
 	meter_set_remove(&engine.policy_users[entry.policy_id], hw_meter_id);
 	entry = settings;
 	meter_set_add(&engine.profile_users[entry.profile_id], hw_meter_id);
 	meter_set_add(&engine.policy_users[entry.policy_id], hw_meter_id);
+
+	const softcard_meter_hold hold(engine.guard, engine.meters[hw_meter_id].lock);
+	if (fresh)
+		meter_reset(engine, hw_meter_id);
 	meter_refresh(engine, hw_meter_id);
 	return 0;
 }
@@ -181,11 +182,12 @@ softcard_meter_inst_clear(int dir, uint32_t hw_meter_id)
 
 	struct softcard_engine &engine = softcard->engines[dir];
 	struct vask_p4_mep_meter_inst_table &entry = engine.insts[hw_meter_id];
-	const softcard_meter_hold hold(engine.guard, engine.meters[hw_meter_id].lock);
 
 	meter_set_remove(&engine.profile_users[entry.profile_id], hw_meter_id);
 	meter_set_remove(&engine.policy_users[entry.policy_id], hw_meter_id);
 	entry = {};
+
+	const softcard_meter_hold hold(engine.guard, engine.meters[hw_meter_id].lock);
 	meter_reset(engine, hw_meter_id);
 	return 0;
 }
