@@ -101,7 +101,7 @@ vask_flow_tuple_find(const struct vask_flow_tuple *tuple, const uint64_t *key)
 		return nullptr;
 
 	struct rte_flow *rule = static_cast<struct rte_flow *>(data);
-	return vask_flow_rule_brief(rule) & VASK_FLOW_BRIEF_RULE ? rule : nullptr;
+	return (vask_flow_rule_brief(rule) & VASK_FLOW_BRIEF_RULE) != 0 ? rule : nullptr;
 }
 
 /* The key of a rule, its hash and its slot. */

@@ -26,7 +26,7 @@ struct whole_burst {
 	{
 		return vask_flow_frame_read(burst->pkts[k], &image);
 	}
-	bool settled(uint32_t k, vask_flow_brief brief)
+	bool settled(uint32_t k, vask_flow_brief brief) const
 	{
 		if (unlikely((brief & VASK_FLOW_BRIEF_METERS_ONLY) == 0))
 			return false;
