@@ -5,8 +5,6 @@
 #include <chrono>
 #include <random>
 
-#include "vask_flow_tuple.h"
-
 using namespace vask_test;
 
 namespace

@@ -80,12 +80,19 @@ vask_flow_slot_size(uint32_t n_words)
 	return size;
 }
 
+/** The number of the slot of a key that hashes so. */
+static inline uint32_t
+vask_flow_slot_number(const struct vask_flow_tuple *tuple, hash_sig_t sig)
+{
+	return sig >> tuple->slot_shift & tuple->slot_mask;
+}
+
 /** The slot of a key that hashes so, by vask_flow_slot_size(). */
 static inline struct vask_flow_slot *
 vask_flow_slot_of(const struct vask_flow_tuple *tuple, size_t slot_size, hash_sig_t sig)
 {
 	return reinterpret_cast<struct vask_flow_slot *>(
-		tuple->slots + (sig >> tuple->slot_shift & tuple->slot_mask) * slot_size);
+		tuple->slots + vask_flow_slot_number(tuple, sig) * slot_size);
 }
 
 /** Whether a slot holds the rule with that key. */

@@ -29,8 +29,7 @@ constexpr vask_flow_brief VASK_FLOW_BRIEF_GONE = UINT64_C(1) << 34;
 struct vask_flow_slot {
 	std::atomic<vask_flow_brief> brief; /* 0: the slot is free */
 	std::atomic<struct rte_flow *> rule;
-	uint64_t
-		key[]; /* the tuple's words, masked, in whole pairs; fixed until the slot is free */
+	uint64_t key[]; /* masked words, in whole pairs; fixed until the slot is free */
 };
 
 #endif /* VASK_FLOW_SLOT_H */

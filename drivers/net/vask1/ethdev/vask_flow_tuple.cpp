@@ -139,7 +139,7 @@ count_late(const struct vask_flow_tuple *tuple, const hash_sig_t *sigs, uint32_t
 
 	memset(taken, 0, tuple->slot_mask + 1);
 	for (uint32_t i = 0; i < n; i++) {
-		uint8_t *slot = &taken[sigs[i] >> tuple->slot_shift & tuple->slot_mask];
+		uint8_t *slot = &taken[vask_flow_slot_number(tuple, sigs[i])];
 
 		late += *slot;
 		*slot = 1;
