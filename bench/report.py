@@ -175,24 +175,28 @@ def print_fill(title, control, verdicts, rows):
 
 
 def print_port(port, module, verdicts):
-    """What the port adds to the module's calls."""
-    print("\nthrough the port: ns, what the port adds to the module alone, and what it may add (a walk and "
-          f"{PORT_ROOM} ns)")
-    rows, bad = {}, []
+    """Operations through the port: each may cost what the module alone may, a walk and PORT_ROOM more."""
+    port.bases("through the port")
+    print("\nthrough the port: operations, ns: median [least .. most], what it may cost, share of that, and what the "
+          "port adds to the module alone")
+    rows, over, within = {}, [], 0
     for name in port.operations():
         if name not in module.figures or not module.figures[name].times:
             continue
-        op, meters, _, _, order = port.states[name]
-        may = (port.walk(meters, 1, 1, order) if meters and port.figures[name].of("meter_nodes") else 0) + PORT_ROOM
-        figure = port.figures[name]
-        more = figure.median - module.figures[name].median
-        rows[name] = {"ns": figure.median, "least": figure.low, "most": figure.high,
-                      "budget": module.figures[name].median + may}
-        if more > may:
-            bad.append(name)
-        print(f"  {name:62} {figure} {more:10.1f} {may:10.1f}{'' if more <= may else '  MISSED'}")
-    verdicts.add(not bad, f"through the port: {len(rows) - len(bad)} of {len(rows)} operations within a walk and "
-                 f"{PORT_ROOM} ns of the module alone" + ("; over it: " + ", ".join(bad) if bad else ""))
+        _, meters, _, _, order = port.states[name]
+        room = (port.walk(meters, 1, 1, order) if meters and port.figures[name].of("meter_nodes") else 0) + PORT_ROOM
+        figure, budget = port.figures[name], port.budget(name) + room
+        added = figure.median - module.figures[name].median
+        rows[name] = {"ns": figure.median, "least": figure.low, "most": figure.high, "budget": budget}
+        if figure.median > budget:
+            over.append(name)
+        within += added <= room
+        print(f"  {name:62} {figure} {budget:10.1f} {figure.median / budget:5.2f} {added:+10.1f}"
+              f"{'' if figure.median <= budget else '  MISSED'}")
+    print(f"  added at most a walk and {PORT_ROOM} ns to what the module alone took: {within} of {len(rows)}")
+    verdicts.add(not over, f"through the port: {len(rows) - len(over)} of {len(rows)} operations within the module's "
+                 f"budget, a walk and {PORT_ROOM} ns" + ("; over it: " + ", ".join(over) if over else ""))
+    print_fill("through the port", port, verdicts, rows)
     return rows
 
 

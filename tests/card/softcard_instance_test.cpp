@@ -131,6 +131,48 @@ TEST_F(Instance, AWriteReachesAllMetersThatUseTheProfileAndNoOther)
 		EXPECT_EQ(Run(RX, meter, 0, {64, 64, 64}), 0b100u) << meter;
 }
 
+TEST_F(Instance, ARecordWithoutItsValidBitIsLeftAloneByItsProfileUntilItIsValidAgain)
+{
+	const auto one = ProfileRecord({0, 1, 0, 0, true});
+	const auto two = ProfileRecord({0, 2, 0, 0, true});
+	auto inst = InstRecord(1, 1);
+
+	MakeMeter(RX, 9, {0, 1, 0, 0, true}, DropRed());
+	inst.valid = 0;
+	ASSERT_EQ(softcard_meter_inst_write(RX, 9, &inst), 0);
+	ASSERT_EQ(softcard_meter_inst_write(RX, 9, &inst), 0); /* leaves nothing twice */
+	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 1, &two), 0);
+	EXPECT_EQ(Run(RX, 9, 0, {64, 64, 64}), 0u);
+	inst.valid = 1;
+	ASSERT_EQ(softcard_meter_inst_write(RX, 9, &inst), 0);
+	EXPECT_EQ(Run(RX, 9, 0, {64, 64, 64}), 0b100u); /* two packets in the bucket */
+	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 1, &one), 0);
+	EXPECT_EQ(View(RX, 9).burst_c, 1000000000u); /* it follows its profile again */
+}
+
+TEST_F(Instance, AProfileAndAPolicyThatChangeWhileNobodyUsesThemGovernTheNextMeter)
+{
+	const auto one = ProfileRecord({0, 1, 0, 0, true});
+	const auto two = ProfileRecord({0, 2, 0, 0, true});
+	const auto drop_red = DropRed();
+	const auto pass = PolicyRecord({0, 0, 0});
+	const auto inst = InstRecord(5, 6);
+
+	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 5, &two), 0);
+	ASSERT_EQ(vask_p4_mep_add_meter_policy(RX, 6, &pass), 0);
+	ASSERT_EQ(softcard_meter_inst_write(RX, 9, &inst), 0);
+	EXPECT_EQ(Run(RX, 9, 0, {64, 64, 64}), 0u); /* the third is red and passes */
+	EXPECT_THAT(View(RX, 9).packets, ElementsAre(2, 0, 1));
+
+	ASSERT_EQ(softcard_meter_inst_clear(RX, 9), 0);
+	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 5, &one), 0);
+	ASSERT_EQ(vask_p4_mep_add_meter_policy(RX, 6, &drop_red), 0);
+	ASSERT_EQ(softcard_meter_inst_write(RX, 10, &inst), 0);
+	EXPECT_EQ(
+		Run(RX, 10, 0, {64, 64, 64}), 0b110u); /* one in the bucket, two red and dropped */
+	EXPECT_THAT(View(RX, 10).packets, ElementsAre(1, 0, 2));
+}
+
 TEST_F(Instance, AClearedMeterIsGone)
 {
 	MakeMeter(RX, 9, SMALL, DropRed());

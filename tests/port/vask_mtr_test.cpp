@@ -10,6 +10,7 @@
 #include <rte_version.h>
 
 #include "rte_pmd_net_vask1.h"
+#include "vask_p4_meter.h"
 
 /* The one record whose loss is meant: the module lets go of it when the pool of indexes is empty. */
 extern "C" const char *
@@ -194,6 +195,24 @@ TEST_F(Guard, P4TablesAndMeterOperationsSeeTheSameObjects)
 	EXPECT_EQ(rte_mtr_meter_profile_delete(port_, 6, &error), 0);
 	EXPECT_EQ(rte_mtr_meter_policy_delete(port_, 8, &error), 0);
 	EXPECT_EQ(rte_pmd_net_vask1_profile_add(6, nullptr), -1);
+}
+
+TEST_F(Guard, ARowThatNamesThePortOfAnotherDriverMakesNoMeter)
+{
+	const Wire wire = make_wire("other");
+	p4_meter_instance_t instance = {};
+
+	instance.type = 1;
+	instance.profile_id = 5;
+	instance.dpdk_port_id = port_of(wire.name);
+	log();
+	rte_pmd_net_vask1_instance_add(9, &instance);
+	EXPECT_EQ(vask_p4_find_hw_meterid_by_upid(9), 0u);
+	EXPECT_NE(log().find("add meter but port sfi is err, priv: (nil)"), std::string::npos);
+
+	instance.dpdk_port_id = port_;
+	EXPECT_EQ(rte_pmd_net_vask1_instance_add(9, &instance), 0);
+	EXPECT_NE(vask_p4_find_hw_meterid_by_upid(9), 0u);
 }
 
 } // namespace vask_test

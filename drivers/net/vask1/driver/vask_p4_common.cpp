@@ -4,13 +4,14 @@
 #include "vask_p4_common.h"
 
 #include <cstdint>
-#include <cstring>
 
 extern "C" {
 #include <ethdev_driver.h>
 }
 
 #include "vask_p4_driver.h"
+
+const struct rte_driver *vask_p4_driver;
 
 struct vask_p4_priv_port *
 vask_p4_priv_data_get(struct rte_eth_dev *dev)
@@ -22,8 +23,7 @@ vask_p4_priv_data_get(struct rte_eth_dev *dev)
 	if (address < first || address >= first + RTE_MAX_ETHPORTS * sizeof(*dev))
 		return nullptr;
 	if (dev->state == RTE_ETH_DEV_UNUSED || dev->device == nullptr ||
-		dev->device->driver == nullptr ||
-		strcmp(dev->device->driver->name, VASK_P4_DRIVER_NAME) != 0)
+		dev->device->driver == nullptr || dev->device->driver != vask_p4_driver)
 		return nullptr;
 
 	return static_cast<struct vask_p4_priv_port *>(dev->data->dev_private);

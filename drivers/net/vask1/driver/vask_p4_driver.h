@@ -6,12 +6,14 @@
 
 #include "vask_p4_idx.h"
 
-/** Name under which the driver registers with its bus, and by which its ports are told from others'. */
-#define VASK_P4_DRIVER_NAME "net_vask1"
-
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+struct rte_driver;
+
+/** The driver as its bus knows it, by which its ports are told from others'; null before it has probed one. */
+extern const struct rte_driver *vask_p4_driver;
 
 /**
  * @name Index pools

@@ -115,10 +115,9 @@ vask_p4_idx_alloc(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t *pindex, uint32_
 
 	if (count > manager->freenum)
 		return -ENOSPC;
-	for (uint32_t i = 0; i < count; i++) {
-		resize(manager, manager->freenum - 1);
-		pindex[i] = stack(manager)[manager->freenum];
-	}
+	for (uint32_t i = 0; i < count; i++)
+		pindex[i] = stack(manager)[manager->freenum - 1 - i];
+	resize(manager, manager->freenum - count);
 	return 0;
 }
 
@@ -133,10 +132,9 @@ vask_p4_idx_free(VASK_P4_INDEXSTACK_MANAGER *manager, uint32_t index, uint32_t c
 	for (uint32_t i = 0; i < count; i++)
 		if (is_free(manager, index + i))
 			return -EALREADY;
-	for (uint32_t i = 0; i < count; i++) {
-		put(manager, manager->freenum, index + i);
-		resize(manager, manager->freenum + 1);
-	}
+	for (uint32_t i = 0; i < count; i++)
+		put(manager, manager->freenum + i, index + i);
+	resize(manager, manager->freenum + count);
 	return 0;
 }
 

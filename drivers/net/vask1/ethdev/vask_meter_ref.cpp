@@ -26,7 +26,7 @@ struct vask_meter_ref {
 	LIST_ENTRY(vask_meter_ref) next; /* in the chain of its key, or of the free ones */
 	uint32_t hw_meter_id;            /* where its records stand in the card, 0: nowhere */
 	const struct vask_p4_meter_cfg_node *node; /* null, or the meter, if its id is not 0 */
-	bool engine[SOFTCARD_ENGINES];             /* those that use the meter */
+	bool engine[SOFTCARD_ENGINES];             /* those that use the meter, or did */
 	uint32_t n_rules;
 	struct rte_flow *rules[VASK_METER_RULES_MAX];
 };
@@ -88,8 +88,12 @@ add_ref(const struct ref_key &key)
 		ref = &refs[n_refs++];
 	else
 		return nullptr;
-	*ref = {};
 	ref->key = key;
+	ref->hw_meter_id = 0;
+	ref->node = nullptr;
+	ref->engine[VASK_P4_MEP_INGRESS] = false;
+	ref->engine[VASK_P4_MEP_EGRESS] = false;
+	ref->n_rules = 0; /* none of rules is read */
 	LIST_INSERT_HEAD(chain_of(key), ref, next);
 	return ref;
 }
@@ -232,7 +236,7 @@ leave_index(struct vask_meter_ref *ref)
 		enter_index(sharer, node);
 	}
 	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
-		if (!used[dir])
+		if (ref->engine[dir] && !used[dir])
 			softcard_meter_inst_clear(dir, index);
 }
 

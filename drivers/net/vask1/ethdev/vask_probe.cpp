@@ -11,6 +11,7 @@
 #include "vask_ethdev.h"
 #include "vask_flow.h"
 #include "vask_p4_log.h"
+#include "vask_p4_driver.h"
 #include "vask_port.h"
 #include "vask_rxtx.h"
 
@@ -146,6 +147,8 @@ port_init(struct vask_port *port)
 	return rc;
 }
 
+extern struct rte_vdev_driver net_vask1_driver;
+
 int
 probe(struct rte_vdev_device *vdev)
 {
@@ -164,6 +167,7 @@ probe(struct rte_vdev_device *vdev)
 	if (rc != 0)
 		return rc;
 
+	vask_p4_driver = &net_vask1_driver.driver;
 	dev = rte_eth_vdev_allocate(vdev, sizeof(struct vask_port));
 	if (dev == nullptr) {
 		VASK_P4_LOG(ERR, "%s: no room for another ethdev port", name);

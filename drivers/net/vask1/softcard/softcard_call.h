@@ -7,8 +7,12 @@
  * What surrounds each lower-layer operation: the faults that may hit it and its line in the trace.
  */
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+
+#include <rte_branch_prediction.h>
+#include <rte_common.h>
 
 /** The operations, in the order of their names in softcard_operation_name(). */
 enum softcard_operation {
@@ -44,11 +48,14 @@ struct softcard_call {
 	int rc;     /* its result */
 };
 
-/** Begins a call: counts it for the faults that are set on it and takes their delay. */
-struct softcard_call softcard_call_begin(enum softcard_operation op);
+/** How many faults are set, on whatever operation. */
+extern std::atomic<uint32_t> softcard_faults_set;
 
-/** Whether calls are traced: to be asked before fields are decoded. */
-bool softcard_trace_on();
+/** Counts a call for the faults that are set on its operation and takes their delay. */
+struct softcard_call softcard_fault_take(enum softcard_operation op);
+
+/** Whether calls are traced. */
+extern std::atomic<bool> softcard_trace_is_on;
 
 /**
  * Writes a call's line into the trace.
@@ -58,5 +65,36 @@ bool softcard_trace_on();
  */
 void softcard_trace_call(const struct softcard_call &call, const void *record, size_t size,
 	const char *fields, ...) __attribute__((format(printf, 4, 5)));
+
+/** softcard_call_do() where somebody watches; out of line, so that the other way stays short. */
+template <typename Operate, typename Trace>
+static __rte_noinline int
+softcard_call_watched(enum softcard_operation op, Operate operate, Trace trace)
+{
+	struct softcard_call call = softcard_fault_take(op);
+
+	if (!call.fault)
+		call.rc = operate();
+	if (softcard_trace_is_on.load(std::memory_order_relaxed))
+		trace(call);
+	return call.rc;
+}
+
+/**
+ * Does a call: its operation, unless a fault hits it, and its trace.
+ *
+ * @param operate  does the operation and returns its result.
+ * @param trace  writes the call's line by softcard_trace_call().
+ * @return the operation's result, or the fault's.
+ */
+template <typename Operate, typename Trace>
+static inline int
+softcard_call_do(enum softcard_operation op, Operate operate, Trace trace)
+{
+	if (likely(softcard_faults_set.load(std::memory_order_acquire) == 0 &&
+		    !softcard_trace_is_on.load(std::memory_order_relaxed)))
+		return operate();
+	return softcard_call_watched(op, operate, trace);
+}
 
 #endif /* SOFTCARD_CALL_H */

@@ -41,9 +41,10 @@ static constexpr std::array<const char *, SOFTCARD_OPERATIONS> OPERATION_NAMES =
 	"vask_p4_indexstack_destroy",
 };
 
-static rte_spinlock_t faults_lock = RTE_SPINLOCK_INITIALIZER; /* guards the two below */
+/* guards the faults, and who writes their number */
+static rte_spinlock_t faults_lock = RTE_SPINLOCK_INITIALIZER;
 static std::array<struct softcard_fault, SOFTCARD_FAULTS> faults;
-static std::atomic<uint32_t> n_faults;
+std::atomic<uint32_t> softcard_faults_set;
 
 const char *
 softcard_operation_name(uint32_t i)
@@ -74,8 +75,8 @@ softcard_fault_set(const char *operation, uint64_t nth, int code, uint32_t delay
 
 	int rc = -ENOSPC;
 	rte_spinlock_lock(&faults_lock);
-	if (n_faults < faults.size()) {
-		faults[n_faults++] = {operation, nth, code, delay_us, 0, 0};
+	if (softcard_faults_set < faults.size()) {
+		faults[softcard_faults_set++] = {operation, nth, code, delay_us, 0, 0};
 		rc = 0;
 	}
 	rte_spinlock_unlock(&faults_lock);
@@ -92,7 +93,7 @@ void
 softcard_fault_keep(uint32_t n)
 {
 	rte_spinlock_lock(&faults_lock);
-	n_faults = std::min(n, n_faults.load());
+	softcard_faults_set = std::min(n, softcard_faults_set.load());
 	rte_spinlock_unlock(&faults_lock);
 }
 
@@ -100,7 +101,7 @@ uint32_t
 softcard_fault_list(struct softcard_fault *list, uint32_t n)
 {
 	rte_spinlock_lock(&faults_lock);
-	const uint32_t set = n_faults;
+	const uint32_t set = softcard_faults_set;
 	for (uint32_t i = 0; i < n && i < set; i++)
 		list[i] = faults[i];
 	rte_spinlock_unlock(&faults_lock);
@@ -108,15 +109,13 @@ softcard_fault_list(struct softcard_fault *list, uint32_t n)
 }
 
 struct softcard_call
-softcard_call_begin(enum softcard_operation op)
+softcard_fault_take(enum softcard_operation op)
 {
 	struct softcard_call call = {op, false, 0};
 	uint32_t delay_us = 0;
 
-	if (n_faults.load(std::memory_order_acquire) == 0)
-		return call;
 	rte_spinlock_lock(&faults_lock);
-	for (uint32_t i = 0; i < n_faults; i++) {
+	for (uint32_t i = 0; i < softcard_faults_set; i++) {
 		struct softcard_fault &fault = faults[i];
 
 		if (fault.operation != OPERATION_NAMES[op])

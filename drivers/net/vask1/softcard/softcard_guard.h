@@ -17,6 +17,8 @@
 #include <atomic>
 #include <sched.h>
 
+#include <rte_branch_prediction.h>
+#include <rte_common.h>
 #include <rte_pause.h>
 #include <rte_spinlock.h>
 
@@ -26,8 +28,8 @@ struct softcard_guard {
 	std::atomic<bool> shared; /* bursts lock meters */
 };
 
-/** Takes a lock that may be held by a thread which lost its core, perhaps to us. */
-static inline void
+/** Waits for a lock that may be held by a thread which lost its core, perhaps to us. */
+static __rte_noinline void
 softcard_guard_wait(rte_spinlock_t &lock)
 {
 	constexpr int SPINS = 1000; /* a few times what a burst takes */
@@ -37,6 +39,14 @@ softcard_guard_wait(rte_spinlock_t &lock)
 			rte_pause();
 		else
 			sched_yield();
+}
+
+/** Takes a lock, mostly at once. */
+static inline void
+softcard_guard_take(rte_spinlock_t &lock)
+{
+	if (unlikely(!rte_spinlock_trylock(&lock)))
+		softcard_guard_wait(lock);
 }
 
 /**
@@ -92,13 +102,13 @@ class softcard_meter_hold
 	static rte_spinlock_t &take(struct softcard_guard &guard, rte_spinlock_t &meter)
 	{
 		if (!guard.shared.load(std::memory_order_acquire)) {
-			softcard_guard_wait(guard.lock);
+			softcard_guard_take(guard.lock);
 			/* stays so: only the lock's holder could change it */
 			if (!guard.shared.load(std::memory_order_relaxed))
 				return guard.lock;
 			rte_spinlock_unlock(&guard.lock);
 		}
-		softcard_guard_wait(meter);
+		softcard_guard_take(meter);
 		return meter;
 	}
 

@@ -15,19 +15,15 @@ static constexpr uint64_t RECORD_LEVEL_BYTES = 8;
 static void
 meter_set_add(struct softcard_meter_set *set, uint32_t hw_meter_id)
 {
-	const uint64_t bit = RTE_BIT64(hw_meter_id % 64);
-
-	set->n += (set->bits[hw_meter_id / 64] & bit) == 0;
-	set->bits[hw_meter_id / 64] |= bit;
+	set->n++;
+	set->bits[hw_meter_id / 64] |= RTE_BIT64(hw_meter_id % 64);
 }
 
 static void
 meter_set_remove(struct softcard_meter_set *set, uint32_t hw_meter_id)
 {
-	const uint64_t bit = RTE_BIT64(hw_meter_id % 64);
-
-	set->n -= (set->bits[hw_meter_id / 64] & bit) != 0;
-	set->bits[hw_meter_id / 64] &= ~bit;
+	set->n--;
+	set->bits[hw_meter_id / 64] &= ~RTE_BIT64(hw_meter_id % 64);
 }
 
 /* Buckets that are full whatever they hold; the next refresh cuts them to the bursts. */
@@ -52,21 +48,44 @@ softcard_meter_dropped(const struct softcard_meter &meter)
 	return dropped;
 }
 
-/* Takes a policy apart by colour. What was dropped under the old one stays counted. */
-static void
-policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_policy_table &policy)
+static __rte_noinline void
+profile_convert(struct softcard_profile *profile)
 {
-	const std::array<uint32_t, 3> actions = {
-		policy.green_action, policy.yellow_action, policy.red_action};
-	uint8_t drop_colors = 0;
+	const struct vask_p4_mep_meter_profile_table &record = profile->record;
 
-	meter.dscp_colors = 0;
+	profile->params = softcard_bucket_params_make(
+		record.cir, record.cbs, record.eir, record.ebs, record.pm, record.rfc2698);
+	profile->flags = record.pm ? SOFTCARD_METER_PACKETS : 0;
+	profile->converted = true;
+}
+
+/* Takes a policy apart by colour. */
+static __rte_noinline void
+policy_convert(struct softcard_policy *policy)
+{
+	const struct vask_p4_mep_meter_policy_table &record = policy->record;
+	const std::array<uint32_t, 3> actions = {
+		record.green_action, record.yellow_action, record.red_action};
+
+	uint8_t drop_colors = 0;
+	uint8_t dscp_colors = 0;
+
 	for (uint32_t color = 0; color < actions.size(); color++) {
 		drop_colors |= (actions[color] == SOFTCARD_ACTION_DROP) << color;
-		meter.dscp_colors |= (actions[color] == SOFTCARD_ACTION_DSCP) << color;
+		dscp_colors |= (actions[color] == SOFTCARD_ACTION_DSCP) << color;
 	}
-	meter.dscp = {static_cast<uint8_t>(policy.green_dscp),
-		static_cast<uint8_t>(policy.yellow_dscp), static_cast<uint8_t>(policy.red_dscp)};
+	policy->drop_colors = drop_colors;
+	policy->dscp_colors = dscp_colors;
+	policy->dscp = {static_cast<uint8_t>(record.green_dscp),
+		static_cast<uint8_t>(record.yellow_dscp), static_cast<uint8_t>(record.red_dscp)};
+	policy->flags = dscp_colors != 0 ? SOFTCARD_METER_REWRITES : 0;
+	policy->converted = true;
+}
+
+/* What was dropped under the old policy stays counted. */
+static void
+drop_colors_set(struct softcard_meter &meter, uint8_t drop_colors)
+{
 	if (drop_colors == meter.drop_colors)
 		return;
 
@@ -81,29 +100,29 @@ policy_refresh(struct softcard_meter &meter, const struct vask_p4_mep_meter_poli
 static void
 meter_refresh(struct softcard_engine &engine, uint32_t hw_meter_id)
 {
-	const struct vask_p4_mep_meter_inst_table &inst = engine.insts[hw_meter_id];
-	const struct vask_p4_mep_meter_profile_table &profile = engine.profiles[inst.profile_id];
-	const struct vask_p4_mep_meter_policy_table &policy = engine.policies[inst.policy_id];
+	const struct softcard_inst &inst = engine.insts[hw_meter_id];
+	struct softcard_profile &profile = engine.profiles[inst.profile_id];
+	struct softcard_policy &policy = engine.policies[inst.policy_id];
 	struct softcard_meter &meter = engine.meters[hw_meter_id];
-	const bool metering = inst.valid && profile.valid && policy.valid;
 
 	meter.flags = 0;
-	if (metering) {
-		/* Levels in bytes say nothing about packets, nor the other way round. */
-		if (profile.pm != meter.params.packet_mode)
-			meter_fill(meter);
-		meter.params = softcard_bucket_params_make(profile.cir, profile.cbs, profile.eir,
-			profile.ebs, profile.pm, profile.rfc2698);
-		policy_refresh(meter, policy);
-		meter.flags = SOFTCARD_METER_ON | (inst.is_color_aware ? SOFTCARD_METER_AWARE : 0) |
-			(meter.dscp_colors != 0 ? SOFTCARD_METER_REWRITES : 0) |
-			(inst.use_original_packet_length ? SOFTCARD_METER_ORIGINAL : 0) |
-			(profile.pm ? SOFTCARD_METER_PACKETS : 0);
-		meter.state.level_c =
-			std::min(meter.state.level_c, softcard_bucket_full_c(meter.params));
-		meter.state.level_e =
-			std::min(meter.state.level_e, softcard_bucket_full_e(meter.params));
-	}
+	if (!inst.valid || !profile.record.valid || !policy.record.valid)
+		return;
+
+	if (unlikely(!profile.converted))
+		profile_convert(&profile);
+	if (unlikely(!policy.converted))
+		policy_convert(&policy);
+	/* Levels in bytes say nothing about packets, nor the other way round. */
+	if (profile.params.packet_mode != meter.params.packet_mode)
+		meter_fill(meter);
+	meter.params = profile.params;
+	meter.state.level_c = std::min(meter.state.level_c, softcard_bucket_full_c(profile.params));
+	meter.state.level_e = std::min(meter.state.level_e, softcard_bucket_full_e(profile.params));
+	drop_colors_set(meter, policy.drop_colors);
+	meter.dscp_colors = policy.dscp_colors;
+	meter.dscp = policy.dscp;
+	meter.flags = SOFTCARD_METER_ON | inst.flags | profile.flags | policy.flags;
 }
 
 void
@@ -138,6 +157,18 @@ meter_reset(struct softcard_engine &engine, uint32_t hw_meter_id)
 	engine.rates[hw_meter_id] = {};
 }
 
+/* Takes a place in the table out of the sets of those that use its profile and policy. */
+static void
+inst_leave(struct softcard_engine &engine, uint32_t hw_meter_id)
+{
+	const struct softcard_inst &inst = engine.insts[hw_meter_id];
+
+	if (!inst.valid)
+		return;
+	meter_set_remove(&engine.profile_users[inst.profile_id], hw_meter_id);
+	meter_set_remove(&engine.policy_users[inst.policy_id], hw_meter_id);
+}
+
 int
 softcard_meter_inst_write(
 	int dir, uint32_t hw_meter_id, const struct vask_p4_mep_meter_inst_table *inst)
@@ -147,24 +178,21 @@ softcard_meter_inst_write(
 		return rc;
 
 	struct softcard_engine &engine = softcard->engines[dir];
-	struct vask_p4_mep_meter_inst_table &entry = engine.insts[hw_meter_id];
-	struct vask_p4_mep_meter_inst_table settings = {}; /* no levels, no counters */
+	struct softcard_inst &entry = engine.insts[hw_meter_id];
+	const bool fresh = inst->valid && !entry.valid;
 
-	settings.valid = inst->valid;
-	settings.profile_id = inst->profile_id;
-	settings.policy_id = inst->policy_id;
-	settings.is_color_aware = inst->is_color_aware;
-	settings.use_original_packet_length = inst->use_original_packet_length;
-	settings.stats_bytes_type = inst->stats_bytes_type;
-	settings.stats_pkts_type = inst->stats_pkts_type;
-
-	const bool fresh = settings.valid && !entry.valid;
-
-	meter_set_remove(&engine.profile_users[entry.profile_id], hw_meter_id);
-	meter_set_remove(&engine.policy_users[entry.policy_id], hw_meter_id);
-	entry = settings;
-	meter_set_add(&engine.profile_users[entry.profile_id], hw_meter_id);
-	meter_set_add(&engine.policy_users[entry.policy_id], hw_meter_id);
+	inst_leave(engine, hw_meter_id);
+	entry.valid = inst->valid;
+	entry.profile_id = inst->profile_id;
+	entry.policy_id = inst->policy_id;
+	entry.flags = (inst->is_color_aware ? SOFTCARD_METER_AWARE : 0) |
+		(inst->use_original_packet_length ? SOFTCARD_METER_ORIGINAL : 0);
+	entry.stats_bytes_type = inst->stats_bytes_type;
+	entry.stats_pkts_type = inst->stats_pkts_type;
+	if (entry.valid) {
+		meter_set_add(&engine.profile_users[entry.profile_id], hw_meter_id);
+		meter_set_add(&engine.policy_users[entry.policy_id], hw_meter_id);
+	}
 
 	const softcard_meter_hold hold(engine.guard, engine.meters[hw_meter_id].lock);
 	if (fresh)
@@ -181,11 +209,9 @@ softcard_meter_inst_clear(int dir, uint32_t hw_meter_id)
 		return rc;
 
 	struct softcard_engine &engine = softcard->engines[dir];
-	struct vask_p4_mep_meter_inst_table &entry = engine.insts[hw_meter_id];
 
-	meter_set_remove(&engine.profile_users[entry.profile_id], hw_meter_id);
-	meter_set_remove(&engine.policy_users[entry.policy_id], hw_meter_id);
-	entry = {};
+	inst_leave(engine, hw_meter_id);
+	engine.insts[hw_meter_id] = {};
 
 	const softcard_meter_hold hold(engine.guard, engine.meters[hw_meter_id].lock);
 	meter_reset(engine, hw_meter_id);
@@ -228,9 +254,17 @@ void
 softcard_meter_inst_fill(int dir, uint32_t hw_meter_id, const struct softcard_meter &meter,
 	struct vask_p4_mep_meter_inst_table *inst)
 {
+	const struct softcard_inst &entry = softcard->engines[dir].insts[hw_meter_id];
 	const struct softcard_count dropped = softcard_meter_dropped(meter);
 
-	*inst = softcard->engines[dir].insts[hw_meter_id];
+	*inst = {};
+	inst->valid = entry.valid;
+	inst->profile_id = entry.profile_id;
+	inst->policy_id = entry.policy_id;
+	inst->is_color_aware = (entry.flags & SOFTCARD_METER_AWARE) != 0;
+	inst->use_original_packet_length = (entry.flags & SOFTCARD_METER_ORIGINAL) != 0;
+	inst->stats_bytes_type = entry.stats_bytes_type;
+	inst->stats_pkts_type = entry.stats_pkts_type;
 	inst->bkt_c = record_level(meter.params, meter.state.level_c);
 	inst->bkt_e = record_level(meter.params, meter.state.level_e);
 	inst->drop_pkt_cnt = dropped.packets;

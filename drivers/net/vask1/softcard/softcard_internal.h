@@ -84,7 +84,7 @@ static_assert(offsetof(struct softcard_meter, colors) + sizeof(struct softcard_c
 /** What a meter has dropped. It is held, or a copy. */
 struct softcard_count softcard_meter_dropped(const struct softcard_meter &meter);
 
-/** The meters that use a profile or a policy. */
+/** The meters whose valid instances name a profile or a policy. */
 struct softcard_meter_set {
 	uint32_t n;
 	std::array<uint64_t, SOFTCARD_METERS / 64> bits;
@@ -97,10 +97,38 @@ struct softcard_rate {
 	uint64_t bytes_s;
 };
 
+/** A profile's record, and what meters take from it once one needs it. */
+struct softcard_profile {
+	struct vask_p4_mep_meter_profile_table record;
+	bool converted; /* the two below follow the record */
+	uint8_t flags;  /* SOFTCARD_METER_PACKETS, or none */
+	struct softcard_bucket_params params;
+};
+
+/** Likewise a policy. */
+struct softcard_policy {
+	struct vask_p4_mep_meter_policy_table record;
+	bool converted;
+	uint8_t flags; /* SOFTCARD_METER_REWRITES, or none */
+	uint8_t drop_colors;
+	uint8_t dscp_colors;
+	std::array<uint8_t, 3> dscp;
+};
+
+/** An instance record without levels and counters, which are the meter's. */
+struct softcard_inst {
+	bool valid;
+	uint8_t profile_id;
+	uint8_t policy_id;
+	uint8_t flags; /* SOFTCARD_METER_AWARE, SOFTCARD_METER_ORIGINAL */
+	uint8_t stats_bytes_type;
+	uint8_t stats_pkts_type;
+};
+
 struct softcard_engine {
-	std::array<struct vask_p4_mep_meter_profile_table, SOFTCARD_PROFILES> profiles;
-	std::array<struct vask_p4_mep_meter_policy_table, SOFTCARD_POLICIES> policies;
-	std::array<struct vask_p4_mep_meter_inst_table, SOFTCARD_METERS> insts; /* no counters */
+	std::array<struct softcard_profile, SOFTCARD_PROFILES> profiles;
+	std::array<struct softcard_policy, SOFTCARD_POLICIES> policies;
+	std::array<struct softcard_inst, SOFTCARD_METERS> insts;
 	std::array<struct softcard_meter_set, SOFTCARD_PROFILES> profile_users;
 	std::array<struct softcard_meter_set, SOFTCARD_POLICIES> policy_users;
 	std::array<struct softcard_rate, SOFTCARD_METERS> rates;
@@ -172,7 +200,13 @@ softcard_engine_check(int dir, uint32_t index, uint32_t entries)
 }
 
 /** Likewise, and whether there is a record to be written or filled. */
-int softcard_record_check(int dir, uint32_t index, uint32_t entries, const void *record);
+static inline int
+softcard_record_check(int dir, uint32_t index, uint32_t entries, const void *record)
+{
+	const int rc = softcard_engine_check(dir, index, entries);
+
+	return rc == 0 && record == nullptr ? -EINVAL : rc;
+}
 /** @} */
 
 /** Brings what packets use of the meters in a set up to what the engine's tables hold. */

@@ -12,28 +12,32 @@ static struct vask_cmd_channel command_channel = {};
 struct vask_cmd_channel *
 vask_p4_get_global_cmd_channel()
 {
-	const struct softcard_call call = softcard_call_begin(SOFTCARD_OP_GET_CHANNEL);
+	struct vask_cmd_channel *channel = nullptr; /* as a fault leaves it, whatever its code */
 
-	if (softcard_trace_on())
-		softcard_trace_call(call, nullptr, 0, "channel=%s", call.fault ? "none" : "0");
-	return call.fault ? nullptr : &command_channel;
+	softcard_call_do(
+		SOFTCARD_OP_GET_CHANNEL,
+		[&] {
+			channel = &command_channel;
+			return 0;
+		},
+		[&](const struct softcard_call &call) {
+			softcard_trace_call(
+				call, nullptr, 0, "channel=%s", channel == nullptr ? "none" : "0");
+		});
+	return channel;
 }
 
 /* Runs a command on the channel, or refuses one that is not the card's. */
 template <typename Command>
-static void
-channel_run(struct softcard_call *call, struct vask_cmd_channel *channel, int no_channel,
-	Command command)
+static inline int
+channel_run(struct vask_cmd_channel *channel, int no_channel, Command command)
 {
-	if (call->fault)
-		return;
-	if (channel != &command_channel) {
-		call->rc = no_channel;
-		return;
-	}
+	if (channel != &command_channel)
+		return no_channel;
 	rte_spinlock_lock(&channel->lock);
-	call->rc = command();
+	const int rc = command();
 	rte_spinlock_unlock(&channel->lock);
+	return rc;
 }
 
 static void
@@ -55,28 +59,33 @@ int
 qorn_meter_profile_update(struct vask_cmd_channel *channel, const uint32_t *index,
 	const struct qorn_meter_profile_table *entry)
 {
-	struct softcard_call call = softcard_call_begin(SOFTCARD_OP_PIPELINE_PROFILE_UPDATE);
-
-	channel_run(&call, channel, QORN_ERR_BAD_PTR, [&] {
-		return index ? softcard_pipeline_profile_write(*index, entry)
-			     : int{QORN_ERR_BAD_PTR};
-	});
-	if (softcard_trace_on())
-		trace_pipeline_profile(call, index, entry);
-	return call.rc;
+	return softcard_call_do(
+		SOFTCARD_OP_PIPELINE_PROFILE_UPDATE,
+		[=] {
+			return channel_run(channel, QORN_ERR_BAD_PTR, [=] {
+				return index ? softcard_pipeline_profile_write(*index, entry)
+					     : int{QORN_ERR_BAD_PTR};
+			});
+		},
+		[=](const struct softcard_call &call) {
+			trace_pipeline_profile(call, index, entry);
+		});
 }
 
 int
 qorn_meter_profile_delete(struct vask_cmd_channel *channel, uint32_t index)
 {
 	const struct qorn_meter_profile_table none = {};
-	struct softcard_call call = softcard_call_begin(SOFTCARD_OP_PIPELINE_PROFILE_DELETE);
 
-	channel_run(&call, channel, QORN_ERR_BAD_PTR,
-		[&] { return softcard_pipeline_profile_write(index, &none); });
-	if (softcard_trace_on())
-		softcard_trace_call(call, nullptr, 0, "index=%u", index);
-	return call.rc;
+	return softcard_call_do(
+		SOFTCARD_OP_PIPELINE_PROFILE_DELETE,
+		[=] {
+			return channel_run(channel, QORN_ERR_BAD_PTR,
+				[=] { return softcard_pipeline_profile_write(index, &none); });
+		},
+		[=](const struct softcard_call &call) {
+			softcard_trace_call(call, nullptr, 0, "index=%u", index);
+		});
 }
 
 static void
@@ -98,27 +107,33 @@ int
 qorn_meter_table_update(struct vask_cmd_channel *channel, const uint32_t *index,
 	const struct qorn_meter_table *entry)
 {
-	struct softcard_call call = softcard_call_begin(SOFTCARD_OP_PIPELINE_METER_UPDATE);
-
-	channel_run(&call, channel, QORN_ERR_BAD_PTR, [&] {
-		return index ? softcard_pipeline_meter_write(*index, entry) : int{QORN_ERR_BAD_PTR};
-	});
-	if (softcard_trace_on())
-		trace_pipeline_meter(call, index, entry);
-	return call.rc;
+	return softcard_call_do(
+		SOFTCARD_OP_PIPELINE_METER_UPDATE,
+		[=] {
+			return channel_run(channel, QORN_ERR_BAD_PTR, [=] {
+				return index ? softcard_pipeline_meter_write(*index, entry)
+					     : int{QORN_ERR_BAD_PTR};
+			});
+		},
+		[=](const struct softcard_call &call) {
+			trace_pipeline_meter(call, index, entry);
+		});
 }
 
 int
 qorn_meter_table_delete(struct vask_cmd_channel *channel, uint32_t index)
 {
 	const struct qorn_meter_table none = {};
-	struct softcard_call call = softcard_call_begin(SOFTCARD_OP_PIPELINE_METER_DELETE);
 
-	channel_run(&call, channel, QORN_ERR_BAD_PTR,
-		[&] { return softcard_pipeline_meter_write(index, &none); });
-	if (softcard_trace_on())
-		softcard_trace_call(call, nullptr, 0, "index=%u", index);
-	return call.rc;
+	return softcard_call_do(
+		SOFTCARD_OP_PIPELINE_METER_DELETE,
+		[=] {
+			return channel_run(channel, QORN_ERR_BAD_PTR,
+				[=] { return softcard_pipeline_meter_write(index, &none); });
+		},
+		[=](const struct softcard_call &call) {
+			softcard_trace_call(call, nullptr, 0, "index=%u", index);
+		});
 }
 
 static void
@@ -139,15 +154,15 @@ qorn_input_port_tx_table_get(struct vask_cmd_channel *channel,
 	const struct qorn_input_port_table_key_tx *key,
 	struct qorn_input_port_table_result_tx *result)
 {
-	struct softcard_call call = softcard_call_begin(SOFTCARD_OP_TX_PORT_GET);
-
-	channel_run(&call, channel, QORN_ERR_BAD_PTR, [&] {
-		return key ? softcard_tx_port_read(key->source_port, result)
-			   : int{QORN_ERR_BAD_PTR};
-	});
-	if (softcard_trace_on())
-		trace_tx_port(call, key, result);
-	return call.rc;
+	return softcard_call_do(
+		SOFTCARD_OP_TX_PORT_GET,
+		[=] {
+			return channel_run(channel, QORN_ERR_BAD_PTR, [=] {
+				return key ? softcard_tx_port_read(key->source_port, result)
+					   : int{QORN_ERR_BAD_PTR};
+			});
+		},
+		[=](const struct softcard_call &call) { trace_tx_port(call, key, result); });
 }
 
 int
@@ -155,44 +170,44 @@ qorn_input_port_tx_table_add(struct vask_cmd_channel *channel,
 	const struct qorn_input_port_table_key_tx *key,
 	const struct qorn_input_port_table_result_tx *result)
 {
-	struct softcard_call call = softcard_call_begin(SOFTCARD_OP_TX_PORT_ADD);
-
-	channel_run(&call, channel, QORN_ERR_BAD_PTR, [&] {
-		return key ? softcard_tx_port_write(key->source_port, result)
-			   : int{QORN_ERR_BAD_PTR};
-	});
-	if (softcard_trace_on())
-		trace_tx_port(call, key, result);
-	return call.rc;
+	return softcard_call_do(
+		SOFTCARD_OP_TX_PORT_ADD,
+		[=] {
+			return channel_run(channel, QORN_ERR_BAD_PTR, [=] {
+				return key ? softcard_tx_port_write(key->source_port, result)
+					   : int{QORN_ERR_BAD_PTR};
+			});
+		},
+		[=](const struct softcard_call &call) { trace_tx_port(call, key, result); });
 }
 
 int
 vask_cmd_set_shaper(struct vask_cmd_channel *channel, const struct vask_shaper_set_info *info)
 {
-	struct softcard_call call = softcard_call_begin(SOFTCARD_OP_SET_SHAPER);
+	return softcard_call_do(
+		SOFTCARD_OP_SET_SHAPER,
+		[=] {
+			return channel_run(
+				channel, -EINVAL, [=] { return softcard_port_shaper_write(info); });
+		},
+		[=](const struct softcard_call &call) {
+			const struct vask_shaper_set_info p = info ? *info : decltype(p){};
 
-	channel_run(&call, channel, -EINVAL, [&] { return softcard_port_shaper_write(info); });
-	if (softcard_trace_on()) {
-		const struct vask_shaper_set_info p = info ? *info : decltype(p){};
-
-		softcard_trace_call(call, info, sizeof(*info),
-			"sfi=%u bdf=%u mode=%u direction=%u max_rate=%u", p.sfi, p.bdf, p.mode,
-			p.direction, p.max_rate);
-	}
-	return call.rc;
+			softcard_trace_call(call, info, sizeof(*info),
+				"sfi=%u bdf=%u mode=%u direction=%u max_rate=%u", p.sfi, p.bdf,
+				p.mode, p.direction, p.max_rate);
+		});
 }
 
 int
 vask_p4_isch_shaper_csr_write(struct vask_p4_isch_shaper value)
 {
-	struct softcard_call call = softcard_call_begin(SOFTCARD_OP_ISCH_WRITE);
-
-	if (!call.fault)
-		call.rc = softcard_isch_write(value);
-	if (softcard_trace_on())
-		softcard_trace_call(call, &value, sizeof(value),
-			"enable=%u alway_closed=%u mode=%u pbs=%u rate_level=%u rate=%u",
-			value.enable, value.alway_closed, value.mode, value.pbs, value.rate_level,
-			value.rate);
-	return call.rc;
+	return softcard_call_do(
+		SOFTCARD_OP_ISCH_WRITE, [=] { return softcard_isch_write(value); },
+		[=](const struct softcard_call &call) {
+			softcard_trace_call(call, &value, sizeof(value),
+				"enable=%u alway_closed=%u mode=%u pbs=%u rate_level=%u rate=%u",
+				value.enable, value.alway_closed, value.mode, value.pbs,
+				value.rate_level, value.rate);
+		});
 }

@@ -52,20 +52,13 @@ softcard_stop()
 	softcard_fault_clear();
 }
 
-int
-softcard_record_check(int dir, uint32_t index, uint32_t entries, const void *record)
-{
-	const int rc = softcard_engine_check(dir, index, entries);
-
-	return rc == 0 && record == nullptr ? -EINVAL : rc;
-}
-
 static void
 profile_set(int dir, uint32_t hw_profile_id, const struct vask_p4_mep_meter_profile_table &profile)
 {
 	struct softcard_engine &engine = softcard->engines[dir];
 
-	engine.profiles[hw_profile_id] = profile;
+	engine.profiles[hw_profile_id].record = profile;
+	engine.profiles[hw_profile_id].converted = false;
 	softcard_meter_set_refresh(dir, &engine.profile_users[hw_profile_id]);
 }
 
@@ -74,7 +67,8 @@ policy_set(int dir, uint32_t hw_policy_id, const struct vask_p4_mep_meter_policy
 {
 	struct softcard_engine &engine = softcard->engines[dir];
 
-	engine.policies[hw_policy_id] = policy;
+	engine.policies[hw_policy_id].record = policy;
+	engine.policies[hw_policy_id].converted = false;
 	softcard_meter_set_refresh(dir, &engine.policy_users[hw_policy_id]);
 }
 

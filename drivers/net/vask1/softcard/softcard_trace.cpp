@@ -21,7 +21,7 @@ static rte_spinlock_t trace_lock = RTE_SPINLOCK_INITIALIZER; /* guards the three
 static FILE *trace_file;
 static char trace_path[PATH_MAX];
 static unsigned trace_users;
-static std::atomic<bool> trace_is_on;
+std::atomic<bool> softcard_trace_is_on;
 
 static int
 trace_open(const char *path)
@@ -39,7 +39,7 @@ trace_open(const char *path)
 		return -errno;
 	setvbuf(trace_file, nullptr, _IOLBF, BUFSIZ);
 	trace_users = 1;
-	trace_is_on = true;
+	softcard_trace_is_on = true;
 	return 0;
 }
 
@@ -57,17 +57,11 @@ softcard_trace_close()
 {
 	rte_spinlock_lock(&trace_lock);
 	if (trace_users > 0 && --trace_users == 0) {
-		trace_is_on = false;
+		softcard_trace_is_on = false;
 		fclose(trace_file);
 		trace_file = nullptr;
 	}
 	rte_spinlock_unlock(&trace_lock);
-}
-
-bool
-softcard_trace_on()
-{
-	return trace_is_on.load(std::memory_order_relaxed);
 }
 
 static void

@@ -75,7 +75,7 @@ softcard_view_profile(
 	if (rc != 0)
 		return rc;
 
-	*profile = softcard->engines[dir].profiles[hw_profile_id];
+	*profile = softcard->engines[dir].profiles[hw_profile_id].record;
 	return 0;
 }
 
@@ -86,7 +86,7 @@ softcard_view_policy(int dir, uint32_t hw_policy_id, struct vask_p4_mep_meter_po
 	if (rc != 0)
 		return rc;
 
-	*policy = softcard->engines[dir].policies[hw_policy_id];
+	*policy = softcard->engines[dir].policies[hw_policy_id].record;
 	return 0;
 }
 

@@ -203,17 +203,21 @@ stats_type(uint32_t four_bits, uint32_t unchanged)
 	return four_bits != 0 ? __builtin_ctz(four_bits) + 1 : unchanged;
 }
 
+/* The two never overlap: told so, the compiler writes the fields of a word at once. */
 void
-vask_p4_meter_convert_inst(
-	const struct vask_p4_meter_cfg_node *meter_node, struct vask_p4_mep_meter_inst_table *inst)
+vask_p4_meter_convert_inst(const struct vask_p4_meter_cfg_node *meter_node,
+	struct vask_p4_mep_meter_inst_table *__restrict inst)
 {
 	const struct vask_p4_meter_cfg_entry *meter = &meter_node->data;
+	const uint32_t bytes_type =
+		stats_type(meter->stats_mask >> 4 & 0xF, inst->stats_bytes_type);
+	const uint32_t pkts_type = stats_type(meter->stats_mask & 0xF, inst->stats_pkts_type);
 
 	inst->valid = meter->enable;
 	inst->profile_id = meter->profile.hw_profile_id;
 	inst->policy_id = meter->policy.hw_policy_id;
 	inst->is_color_aware = meter->is_color_aware;
 	inst->use_original_packet_length = meter->is_ori_pktlen;
-	inst->stats_bytes_type = stats_type(meter->stats_mask >> 4 & 0xF, inst->stats_bytes_type);
-	inst->stats_pkts_type = stats_type(meter->stats_mask & 0xF, inst->stats_pkts_type);
+	inst->stats_bytes_type = bytes_type;
+	inst->stats_pkts_type = pkts_type;
 }

@@ -16,6 +16,13 @@ constexpr unsigned int ACTIONS_PER_COLOR_MAX = 2;
 /* Records are compared as bytes. */
 static_assert(std::has_unique_object_representations_v<struct vask_p4_meter_policy>);
 
+/* Whether two records are the same, ids included: those differ first, so no more is read of most. */
+static bool
+same_record(const struct vask_p4_meter_policy *a, const struct vask_p4_meter_policy *b)
+{
+	return a->policy_id == b->policy_id && memcmp(a, b, sizeof(*a)) == 0;
+}
+
 /* An absent list counts as an empty one. */
 static bool
 list_ends(const struct rte_flow_action *action)
@@ -211,7 +218,7 @@ vask_p4_meter_policy_add(struct rte_eth_dev *dev, uint32_t policy_id,
 		 * Whole records, ids included, so policies with the same actions live side by side
 		 * under different ids. Meant so.
 		 */
-		if (memcmp(&node->data, data, sizeof(*data)) == 0) {
+		if (same_record(&node->data, data)) {
 			VASK_P4_LOG(ERR, "input meter policy cfg is exist, id is %d", policy_id);
 			return -rte_mtr_error_set(error, EBUSY, RTE_MTR_ERROR_TYPE_METER_POLICY,
 				nullptr, "input meter policy cfg is exist");
