@@ -21,17 +21,19 @@ struct ref_key {
 	uint32_t index; /* of a meter 0; 0 for the others */
 };
 
-struct vask_meter_ref {
+struct alignas(RTE_CACHE_LINE_MIN_SIZE) vask_meter_ref {
 	struct ref_key key;
-	LIST_ENTRY(vask_meter_ref) next; /* in the chain of its key, or of the free ones */
-	uint32_t hw_meter_id;            /* where its records stand in the card, 0: nowhere */
+	SLIST_ENTRY(vask_meter_ref) next; /* in the chain of its key, or of the free ones */
 	const struct vask_p4_meter_cfg_node *node; /* null, or the meter, if its id is not 0 */
-	bool engine[SOFTCARD_ENGINES];             /* those that use the meter, or did */
-	uint32_t n_rules;
-	struct rte_flow *rules[VASK_METER_RULES_MAX];
+	uint32_t hw_meter_id; /* where its records stand in the card, 0: nowhere */
+	uint16_t n_rules;
+	std::array<bool, SOFTCARD_ENGINES> engine; /* those that use the meter, or did */
+	std::array<struct rte_flow *, VASK_METER_RULES_MAX> rules; /* n_rules */
 };
 
-LIST_HEAD(ref_list, vask_meter_ref);
+static_assert(sizeof(struct vask_meter_ref) == RTE_CACHE_LINE_MIN_SIZE, "a call touches one line");
+
+SLIST_HEAD(ref_list, vask_meter_ref);
 
 /*
  * Chains, by the key's hash. An rte_hash would do as well, but its lookup, insertion and deletion cost more than
@@ -45,8 +47,9 @@ static uint32_t n_refs;
 int
 vask_meter_ref_start()
 {
-	/* most of them are never touched: leave them to the kernel's zero pages */
-	refs = static_cast<struct vask_meter_ref *>(calloc(REFS_MAX, sizeof(*refs)));
+	/* most of them are never touched, and have no memory until then */
+	refs = static_cast<struct vask_meter_ref *>(
+		aligned_alloc(alignof(struct vask_meter_ref), REFS_MAX * sizeof(*refs)));
 	return refs != nullptr ? 0 : -ENOMEM;
 }
 
@@ -71,7 +74,7 @@ find_ref(const struct ref_key &key)
 {
 	struct vask_meter_ref *ref;
 
-	LIST_FOREACH (ref, chain_of(key), next)
+	SLIST_FOREACH (ref, chain_of(key), next)
 		if (ref->key.meter_id == key.meter_id && ref->key.index == key.index)
 			return ref;
 	return nullptr;
@@ -80,10 +83,10 @@ find_ref(const struct ref_key &key)
 static struct vask_meter_ref *
 add_ref(const struct ref_key &key)
 {
-	struct vask_meter_ref *ref = LIST_FIRST(&free_refs);
+	struct vask_meter_ref *ref = SLIST_FIRST(&free_refs);
 
 	if (ref != nullptr)
-		LIST_REMOVE(ref, next);
+		SLIST_REMOVE_HEAD(&free_refs, next);
 	else if (refs != nullptr && n_refs < REFS_MAX)
 		ref = &refs[n_refs++];
 	else
@@ -91,10 +94,9 @@ add_ref(const struct ref_key &key)
 	ref->key = key;
 	ref->hw_meter_id = 0;
 	ref->node = nullptr;
-	ref->engine[VASK_P4_MEP_INGRESS] = false;
-	ref->engine[VASK_P4_MEP_EGRESS] = false;
-	ref->n_rules = 0; /* none of rules is read */
-	LIST_INSERT_HEAD(chain_of(key), ref, next);
+	ref->engine = {};
+	ref->n_rules = 0;
+	SLIST_INSERT_HEAD(chain_of(key), ref, next);
 	return ref;
 }
 
@@ -104,8 +106,8 @@ drop_ref(struct vask_meter_ref *ref)
 {
 	if (ref->n_rules != 0 || ref->hw_meter_id != 0)
 		return;
-	LIST_REMOVE(ref, next);
-	LIST_INSERT_HEAD(&free_refs, ref, next);
+	SLIST_REMOVE(chain_of(ref->key), ref, vask_meter_ref, next);
+	SLIST_INSERT_HEAD(&free_refs, ref, next);
 }
 
 static struct ref_key
@@ -269,7 +271,7 @@ refresh_meters_0()
 		enter_index(find_ref(key_of(node)), node);
 	}
 	for (struct ref_list &chain : chains)
-		LIST_FOREACH (ref, &chain, next)
+		SLIST_FOREACH (ref, &chain, next)
 			if (ref->key.meter_id == 0 && !held[ref->key.index])
 				gone = ref;
 	if (gone != nullptr)

@@ -10,8 +10,8 @@
 #include "vask_card.h"
 #include "vask_ethdev.h"
 #include "vask_flow.h"
-#include "vask_p4_log.h"
 #include "vask_p4_driver.h"
+#include "vask_p4_log.h"
 #include "vask_port.h"
 #include "vask_rxtx.h"
 

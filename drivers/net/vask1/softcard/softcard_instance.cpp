@@ -98,12 +98,11 @@ drop_colors_set(struct softcard_meter &meter, uint8_t drop_colors)
 
 /* Copies what the tables say about a held meter to where packets find it, levels cut to the bursts. */
 static void
-meter_refresh(struct softcard_engine &engine, uint32_t hw_meter_id)
+meter_refresh(struct softcard_engine &engine, const struct softcard_inst &inst,
+	struct softcard_meter &meter)
 {
-	const struct softcard_inst &inst = engine.insts[hw_meter_id];
 	struct softcard_profile &profile = engine.profiles[inst.profile_id];
 	struct softcard_policy &policy = engine.policies[inst.policy_id];
-	struct softcard_meter &meter = engine.meters[hw_meter_id];
 
 	meter.flags = 0;
 	if (!inst.valid || !profile.record.valid || !policy.record.valid)
@@ -135,38 +134,33 @@ softcard_meter_set_refresh(int dir, const struct softcard_meter_set *set)
 	for (uint32_t word = 0; word < set->bits.size(); word++)
 		for (uint64_t bits = set->bits[word]; bits != 0; bits &= bits - 1) {
 			const uint32_t hw_meter_id = word * 64 + rte_bsf64(bits);
-			const softcard_meter_hold hold(
-				engine.guard, engine.meters[hw_meter_id].lock);
+			struct softcard_meter &meter = engine.meters[hw_meter_id];
+			const softcard_meter_hold hold(engine.guard, meter.lock);
 
-			meter_refresh(engine, hw_meter_id);
+			meter_refresh(engine, engine.insts[hw_meter_id], meter);
 		}
 }
 
 /* A held meter as it is when it is created: full buckets, nothing counted. */
 static void
-meter_reset(struct softcard_engine &engine, uint32_t hw_meter_id)
+meter_reset(struct softcard_meter &meter)
 {
-	struct softcard_meter &meter = engine.meters[hw_meter_id];
-
 	meter.flags = 0;
 	meter.state.last_ns = 0;
 	meter_fill(meter);
 	meter.rewritten = 0;
 	meter.colors = {};
 	meter.dropped_base = {};
-	engine.rates[hw_meter_id] = {};
 }
 
-/* Takes a place in the table out of the sets of those that use its profile and policy. */
+/* Takes an instance out of the sets of those that use its profile and policy. */
 static void
-inst_leave(struct softcard_engine &engine, uint32_t hw_meter_id)
+inst_leave(struct softcard_engine &engine, uint32_t hw_meter_id, const struct softcard_inst &inst)
 {
-	const struct softcard_inst &inst = engine.insts[hw_meter_id];
-
 	if (!inst.valid)
 		return;
-	meter_set_remove(&engine.profile_users[inst.profile_id], hw_meter_id);
-	meter_set_remove(&engine.policy_users[inst.policy_id], hw_meter_id);
+	meter_set_remove(&engine.profiles[inst.profile_id].users, hw_meter_id);
+	meter_set_remove(&engine.policies[inst.policy_id].users, hw_meter_id);
 }
 
 int
@@ -178,10 +172,11 @@ softcard_meter_inst_write(
 		return rc;
 
 	struct softcard_engine &engine = softcard->engines[dir];
+	struct softcard_meter &meter = engine.meters[hw_meter_id];
 	struct softcard_inst &entry = engine.insts[hw_meter_id];
 	const bool fresh = inst->valid && !entry.valid;
 
-	inst_leave(engine, hw_meter_id);
+	inst_leave(engine, hw_meter_id, entry);
 	entry.valid = inst->valid;
 	entry.profile_id = inst->profile_id;
 	entry.policy_id = inst->policy_id;
@@ -190,14 +185,17 @@ softcard_meter_inst_write(
 	entry.stats_bytes_type = inst->stats_bytes_type;
 	entry.stats_pkts_type = inst->stats_pkts_type;
 	if (entry.valid) {
-		meter_set_add(&engine.profile_users[entry.profile_id], hw_meter_id);
-		meter_set_add(&engine.policy_users[entry.policy_id], hw_meter_id);
+		meter_set_add(&engine.profiles[entry.profile_id].users, hw_meter_id);
+		meter_set_add(&engine.policies[entry.policy_id].users, hw_meter_id);
 	}
 
-	const softcard_meter_hold hold(engine.guard, engine.meters[hw_meter_id].lock);
 	if (fresh)
-		meter_reset(engine, hw_meter_id);
-	meter_refresh(engine, hw_meter_id);
+		entry.rate = {};
+
+	const softcard_meter_hold hold(engine.guard, meter.lock);
+	if (fresh)
+		meter_reset(meter);
+	meter_refresh(engine, entry, meter);
 	return 0;
 }
 
@@ -210,11 +208,13 @@ softcard_meter_inst_clear(int dir, uint32_t hw_meter_id)
 
 	struct softcard_engine &engine = softcard->engines[dir];
 
-	inst_leave(engine, hw_meter_id);
+	struct softcard_meter &meter = engine.meters[hw_meter_id];
+
+	inst_leave(engine, hw_meter_id, engine.insts[hw_meter_id]);
 	engine.insts[hw_meter_id] = {};
 
-	const softcard_meter_hold hold(engine.guard, engine.meters[hw_meter_id].lock);
-	meter_reset(engine, hw_meter_id);
+	const softcard_meter_hold hold(engine.guard, meter.lock);
+	meter_reset(meter);
 	return 0;
 }
 

@@ -103,6 +103,7 @@ struct softcard_profile {
 	bool converted; /* the two below follow the record */
 	uint8_t flags;  /* SOFTCARD_METER_PACKETS, or none */
 	struct softcard_bucket_params params;
+	struct softcard_meter_set users;
 };
 
 /** Likewise a policy. */
@@ -113,25 +114,24 @@ struct softcard_policy {
 	uint8_t drop_colors;
 	uint8_t dscp_colors;
 	std::array<uint8_t, 3> dscp;
+	struct softcard_meter_set users;
 };
 
 /** An instance record without levels and counters, which are the meter's. */
 struct softcard_inst {
 	bool valid;
-	uint8_t profile_id;
-	uint8_t policy_id;
-	uint8_t flags; /* SOFTCARD_METER_AWARE, SOFTCARD_METER_ORIGINAL */
-	uint8_t stats_bytes_type;
-	uint8_t stats_pkts_type;
+	uint16_t profile_id;
+	uint16_t policy_id;
+	uint16_t flags; /* SOFTCARD_METER_AWARE, SOFTCARD_METER_ORIGINAL */
+	uint16_t stats_bytes_type;
+	uint16_t stats_pkts_type;
+	struct softcard_rate rate;
 };
 
 struct softcard_engine {
 	std::array<struct softcard_profile, SOFTCARD_PROFILES> profiles;
 	std::array<struct softcard_policy, SOFTCARD_POLICIES> policies;
 	std::array<struct softcard_inst, SOFTCARD_METERS> insts;
-	std::array<struct softcard_meter_set, SOFTCARD_PROFILES> profile_users;
-	std::array<struct softcard_meter_set, SOFTCARD_POLICIES> policy_users;
-	std::array<struct softcard_rate, SOFTCARD_METERS> rates;
 	std::array<std::atomic<uint16_t>, SOFTCARD_PORTS> outputs; /* hardware meter of each port */
 	struct softcard_meter *meters;                             /* SOFTCARD_METERS */
 	struct softcard_guard guard;                               /* of the meters */

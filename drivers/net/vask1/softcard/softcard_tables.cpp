@@ -53,23 +53,23 @@ softcard_stop()
 }
 
 static void
-profile_set(int dir, uint32_t hw_profile_id, const struct vask_p4_mep_meter_profile_table &profile)
+profile_set(int dir, uint32_t hw_profile_id, const struct vask_p4_mep_meter_profile_table &record)
 {
-	struct softcard_engine &engine = softcard->engines[dir];
+	struct softcard_profile &profile = softcard->engines[dir].profiles[hw_profile_id];
 
-	engine.profiles[hw_profile_id].record = profile;
-	engine.profiles[hw_profile_id].converted = false;
-	softcard_meter_set_refresh(dir, &engine.profile_users[hw_profile_id]);
+	profile.record = record;
+	profile.converted = false;
+	softcard_meter_set_refresh(dir, &profile.users);
 }
 
 static void
-policy_set(int dir, uint32_t hw_policy_id, const struct vask_p4_mep_meter_policy_table &policy)
+policy_set(int dir, uint32_t hw_policy_id, const struct vask_p4_mep_meter_policy_table &record)
 {
-	struct softcard_engine &engine = softcard->engines[dir];
+	struct softcard_policy &policy = softcard->engines[dir].policies[hw_policy_id];
 
-	engine.policies[hw_policy_id].record = policy;
-	engine.policies[hw_policy_id].converted = false;
-	softcard_meter_set_refresh(dir, &engine.policy_users[hw_policy_id]);
+	policy.record = record;
+	policy.converted = false;
+	softcard_meter_set_refresh(dir, &policy.users);
 }
 
 int

@@ -32,7 +32,7 @@ softcard_view_meter(int dir, uint32_t hw_meter_id, struct softcard_meter_view *v
 	view->dropped_packets = dropped.packets;
 	view->dropped_bytes = dropped.bytes;
 	view->rewritten = meter.rewritten;
-	view->passed_bytes_s = softcard->engines[dir].rates[hw_meter_id].bytes_s;
+	view->passed_bytes_s = softcard->engines[dir].insts[hw_meter_id].rate.bytes_s;
 	return 0;
 }
 
@@ -40,7 +40,7 @@ static void
 rate_sample(int dir, uint32_t hw_meter_id)
 {
 	const struct softcard_meter meter = softcard_meter_copy(dir, hw_meter_id);
-	struct softcard_rate &rate = softcard->engines[dir].rates[hw_meter_id];
+	struct softcard_rate &rate = softcard->engines[dir].insts[hw_meter_id].rate;
 	const uint64_t passed = meter.colors[RTE_COLOR_GREEN].bytes +
 		meter.colors[RTE_COLOR_YELLOW].bytes + meter.colors[RTE_COLOR_RED].bytes -
 		softcard_meter_dropped(meter).bytes;
