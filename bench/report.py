@@ -246,7 +246,7 @@ def print_replay(figures, verdicts):
 
 
 def read_instructions(folder):
-    """{name: instructions an item} of callgrind's dumps."""
+    """{name: instructions an item} of callgrind's dumps, operations through the port as port/..."""
     counts = {}
     for file in sorted(os.listdir(folder)) if folder else []:
         with open(os.path.join(folder, file), encoding="utf-8", errors="replace") as dump:
@@ -255,7 +255,8 @@ def read_instructions(folder):
         total = re.search(r"^(?:totals|summary): (\d+)", text, re.M)
         # what marks nothing, such as a bare walk, collects nothing
         if trigger and total and int(total[1]):
-            counts[trigger[1]] = int(total[1]) / int(trigger[2])
+            name = ("port/" if file.startswith("port_") else "") + trigger[1]
+            counts[name] = int(total[1]) / int(trigger[2])
     return counts
 
 

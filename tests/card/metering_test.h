@@ -5,7 +5,8 @@
 #include "card_test.h"
 
 constexpr uint64_t US = 1000;
-constexpr uint64_t BYTE = 125000; /* level parts */
+constexpr uint64_t BYTE = 125000;       /* level parts */
+constexpr uint64_t PACKET = 1000000000; /* likewise */
 
 /* 1 byte/us, 1024 bytes committed, 1024 bytes excess, RFC 2697. */
 constexpr Profile SMALL = {125, 1, 0, 1};

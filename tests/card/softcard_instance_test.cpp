@@ -131,7 +131,7 @@ TEST_F(Instance, AWriteReachesAllMetersThatUseTheProfileAndNoOther)
 		EXPECT_EQ(Run(RX, meter, 0, {64, 64, 64}), 0b100u) << meter;
 }
 
-TEST_F(Instance, ARecordWithoutItsValidBitIsLeftAloneByItsProfileUntilItIsValidAgain)
+TEST_F(Instance, ARecordWithoutItsValidBitFollowsItsProfileOnceItIsValidAgain)
 {
 	const auto one = ProfileRecord({0, 1, 0, 0, true});
 	const auto two = ProfileRecord({0, 2, 0, 0, true});
@@ -140,14 +140,49 @@ TEST_F(Instance, ARecordWithoutItsValidBitIsLeftAloneByItsProfileUntilItIsValidA
 	MakeMeter(RX, 9, {0, 1, 0, 0, true}, DropRed());
 	inst.valid = 0;
 	ASSERT_EQ(softcard_meter_inst_write(RX, 9, &inst), 0);
-	ASSERT_EQ(softcard_meter_inst_write(RX, 9, &inst), 0); /* leaves nothing twice */
 	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 1, &two), 0);
-	EXPECT_EQ(Run(RX, 9, 0, {64, 64, 64}), 0u);
+	EXPECT_EQ(View(RX, 9).burst_c, PACKET); /* the old one */
 	inst.valid = 1;
 	ASSERT_EQ(softcard_meter_inst_write(RX, 9, &inst), 0);
 	EXPECT_EQ(Run(RX, 9, 0, {64, 64, 64}), 0b100u); /* two packets in the bucket */
 	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 1, &one), 0);
-	EXPECT_EQ(View(RX, 9).burst_c, 1000000000u); /* it follows its profile again */
+	EXPECT_EQ(View(RX, 9).burst_c, PACKET);
+}
+
+TEST_F(Instance, RecordsThatLeaveTwiceOrNeverCameDoNotCutOthersOffFromTheirProfile)
+{
+	const auto one = ProfileRecord({0, 1, 0, 0, true});
+	const auto two = ProfileRecord({0, 2, 0, 0, true});
+	const auto drop_red = DropRed();
+	const auto pass = PolicyRecord({0, 0, 0});
+	const auto inst = InstRecord(0, 0); /* what a record that was never written names, too */
+	auto off = inst;
+
+	off.valid = 0;
+	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 0, &one), 0);
+	ASSERT_EQ(vask_p4_mep_add_meter_policy(RX, 0, &drop_red), 0);
+	ASSERT_EQ(softcard_meter_inst_write(RX, 9, &inst), 0);
+
+	ASSERT_EQ(softcard_meter_inst_clear(RX, 10), 0); /* never written */
+	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 0, &two), 0);
+	EXPECT_EQ(View(RX, 9).burst_c, 2 * PACKET);
+
+	ASSERT_EQ(softcard_meter_inst_write(RX, 11, &off), 0); /* never valid */
+	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 0, &one), 0);
+	EXPECT_EQ(View(RX, 9).burst_c, PACKET);
+
+	ASSERT_EQ(softcard_meter_inst_write(RX, 12, &inst), 0);
+	ASSERT_EQ(softcard_meter_inst_write(RX, 12, &off), 0);
+	ASSERT_EQ(softcard_meter_inst_write(RX, 12, &off), 0);
+	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 0, &two), 0);
+	EXPECT_EQ(View(RX, 9).burst_c, 2 * PACKET);
+
+	ASSERT_EQ(softcard_meter_inst_clear(RX, 12), 0);
+	ASSERT_EQ(vask_p4_mep_add_meter_profile(RX, 0, &one), 0);
+	EXPECT_EQ(View(RX, 9).burst_c, PACKET);
+	EXPECT_EQ(Run(RX, 9, 0, {64, 64}), 0b10u);
+	ASSERT_EQ(vask_p4_mep_add_meter_policy(RX, 0, &pass), 0);
+	EXPECT_EQ(Run(RX, 9, 0, {64, 64}), 0u);
 }
 
 TEST_F(Instance, AProfileAndAPolicyThatChangeWhileNobodyUsesThemGovernTheNextMeter)

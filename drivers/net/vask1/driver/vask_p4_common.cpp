@@ -23,7 +23,8 @@ vask_p4_priv_data_get(struct rte_eth_dev *dev)
 	if (address < first || address >= first + RTE_MAX_ETHPORTS * sizeof(*dev))
 		return nullptr;
 	if (dev->state == RTE_ETH_DEV_UNUSED || dev->device == nullptr ||
-		dev->device->driver == nullptr || dev->device->driver != vask_p4_driver)
+		dev->device->driver == nullptr || /* as is vask_p4_driver before the first probe */
+		dev->device->driver != vask_p4_driver)
 		return nullptr;
 
 	return static_cast<struct vask_p4_priv_port *>(dev->data->dev_private);

@@ -12,7 +12,7 @@ extern "C" {
 
 struct rte_driver;
 
-/** The driver as its bus knows it, by which its ports are told from others'; null before it has probed one. */
+/** The driver as its bus knows it, by which its ports are told from others'. Set when it probes, and kept. */
 extern const struct rte_driver *vask_p4_driver;
 
 /**

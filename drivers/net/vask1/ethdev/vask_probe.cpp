@@ -18,6 +18,8 @@
 namespace
 {
 
+extern struct rte_vdev_driver net_vask1_driver; /* filled below, with what is below */
+
 unsigned
 ports_count()
 {
@@ -147,8 +149,6 @@ port_init(struct vask_port *port)
 	return rc;
 }
 
-extern struct rte_vdev_driver net_vask1_driver;
-
 int
 probe(struct rte_vdev_device *vdev)
 {
@@ -167,7 +167,6 @@ probe(struct rte_vdev_device *vdev)
 	if (rc != 0)
 		return rc;
 
-	vask_p4_driver = &net_vask1_driver.driver;
 	dev = rte_eth_vdev_allocate(vdev, sizeof(struct vask_port));
 	if (dev == nullptr) {
 		VASK_P4_LOG(ERR, "%s: no room for another ethdev port", name);
@@ -183,6 +182,7 @@ probe(struct rte_vdev_device *vdev)
 	{
 		const struct vask_control_guard lock;
 
+		vask_p4_driver = &net_vask1_driver.driver;
 		rc = port_init(port);
 	}
 	if (rc != 0) {

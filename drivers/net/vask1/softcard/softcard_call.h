@@ -66,7 +66,7 @@ extern std::atomic<bool> softcard_trace_is_on;
 void softcard_trace_call(const struct softcard_call &call, const void *record, size_t size,
 	const char *fields, ...) __attribute__((format(printf, 4, 5)));
 
-/** softcard_call_do() where somebody watches; out of line, so that the other way stays short. */
+/** softcard_call_do() where faults are set or calls traced; out of line, so that the other way stays short. */
 template <typename Operate, typename Trace>
 static __rte_noinline int
 softcard_call_watched(enum softcard_operation op, Operate operate, Trace trace)

@@ -28,7 +28,7 @@ struct softcard_guard {
 	std::atomic<bool> shared; /* bursts lock meters */
 };
 
-/** Waits for a lock that may be held by a thread which lost its core, perhaps to us. */
+/** Waits for a lock that may be held by a thread which lost its core, perhaps to us, and takes it. */
 static __rte_noinline void
 softcard_guard_wait(rte_spinlock_t &lock)
 {

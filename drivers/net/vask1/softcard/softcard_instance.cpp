@@ -96,7 +96,10 @@ drop_colors_set(struct softcard_meter &meter, uint8_t drop_colors)
 	meter.dropped_base.bytes += before.bytes - after.bytes;
 }
 
-/* Copies what the tables say about a held meter to where packets find it, levels cut to the bursts. */
+/*
+ * Copies what the tables say about a held meter to where packets find it, levels cut to the bursts. Converts its
+ * profile and policy if nobody needed them yet.
+ */
 static void
 meter_refresh(struct softcard_engine &engine, const struct softcard_inst &inst,
 	struct softcard_meter &meter)

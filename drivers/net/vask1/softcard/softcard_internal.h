@@ -117,7 +117,7 @@ struct softcard_policy {
 	struct softcard_meter_set users;
 };
 
-/** An instance record without levels and counters, which are the meter's. */
+/** An instance record without levels and counters, which are the meter's; and how fast the meter passes bytes. */
 struct softcard_inst {
 	bool valid;
 	uint16_t profile_id;

@@ -16,7 +16,7 @@ constexpr unsigned int ACTIONS_PER_COLOR_MAX = 2;
 /* Records are compared as bytes. */
 static_assert(std::has_unique_object_representations_v<struct vask_p4_meter_policy>);
 
-/* Whether two records are the same, ids included: those differ first, so no more is read of most. */
+/* Whether two records are the same, ids included: these are looked at first, and tell most apart. */
 static bool
 same_record(const struct vask_p4_meter_policy *a, const struct vask_p4_meter_policy *b)
 {
