@@ -45,7 +45,7 @@ if [ -n "$check" ]; then
 	count packet_bench &
 	packets=$!
 	count control_bench --benchmark_filter='^[a-z].*/meters:(1|4095)/.*in_order'
-	count port_control_bench --benchmark_filter='^[a-oq-z].*/meters:(1|4095)/.*in_order'
+	count port_control_bench --benchmark_filter='^[a-oq-z].*/meters:(1|4095)/profiles:1/policies:1/in_order'
 	wait "$packets"
 	bench/report.py --instructions "$dumps" --out "$dir/bench.json" "${baseline[@]}"
 	exit

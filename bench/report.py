@@ -38,7 +38,6 @@ class Figure:
 
     def __init__(self):
         self.times = []
-        self.label = ""
         self.repetitions = []
         self.error = None
 
@@ -78,7 +77,6 @@ def read(path, clock):
             continue
         packets = entry.get("packets_per_iteration", 1)
         figure.times.append(entry[clock] * NS[entry["time_unit"]] / packets)
-        figure.label = entry.get("label", "")
         figure.repetitions.append(entry)
     return figures
 
@@ -112,12 +110,12 @@ class Control:
         return self.figures[name].of("walks_ns")
 
     def lines(self, name):
-        return self.figures[name].of("lines") * self.figures["bare/line"].median
+        """ns for its filtered log lines, likewise."""
+        return self.figures[name].of("lines_ns")
 
     def small(self, name):
-        """ns for the call and its node."""
-        label = self.figures[name].label
-        return self.figures["bare/call"].median + (self.figures["bare/" + label].median if label else 0)
+        """ns for the call and its node, likewise."""
+        return self.figures[name].of("call_ns") + self.figures[name].of("memory_ns")
 
     def budget(self, name):
         """What the operation may cost."""
