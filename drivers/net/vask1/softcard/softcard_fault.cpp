@@ -41,7 +41,7 @@ static constexpr std::array<const char *, SOFTCARD_OPERATIONS> OPERATION_NAMES =
 	"vask_p4_indexstack_destroy",
 };
 
-/* guards the faults, and who writes their number */
+/* guards the faults, and changes of their number */
 static rte_spinlock_t faults_lock = RTE_SPINLOCK_INITIALIZER;
 static std::array<struct softcard_fault, SOFTCARD_FAULTS> faults;
 std::atomic<uint32_t> softcard_faults_set;
