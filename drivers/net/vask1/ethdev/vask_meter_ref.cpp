@@ -44,6 +44,9 @@ static struct ref_list free_refs;
 static struct vask_meter_ref *refs; /* REFS_MAX, or null; those from n_refs on were never taken */
 static uint32_t n_refs;
 
+/* A meter was disabled: its index is free, and stays its own, so that two meters may have the same from then on. */
+static bool indexes_shared;
+
 int
 vask_meter_ref_start()
 {
@@ -59,6 +62,7 @@ vask_meter_ref_stop()
 	free(refs);
 	refs = nullptr;
 	n_refs = 0;
+	indexes_shared = false;
 	chains = {};
 	free_refs = {};
 }
@@ -231,14 +235,15 @@ leave_index(struct vask_meter_ref *ref)
 
 	show_rules(ref, 0);
 	ref->hw_meter_id = 0;
-	TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
-		if (likely(node->data.hw_meter_id != index) || !node->data.enable)
-			continue;
-		struct vask_meter_ref *sharer = find_ref(key_of(node));
-		for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
-			used[dir] |= is_used(sharer, node, dir);
-		enter_index(sharer, node);
-	}
+	if (indexes_shared)
+		TAILQ_FOREACH (node, &vask_p4_meter_list, next) {
+			if (likely(node->data.hw_meter_id != index) || !node->data.enable)
+				continue;
+			struct vask_meter_ref *sharer = find_ref(key_of(node));
+			for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
+				used[dir] |= is_used(sharer, node, dir);
+			enter_index(sharer, node);
+		}
 	for (unsigned dir = 0; dir < SOFTCARD_ENGINES; dir++)
 		if (ref->engine[dir] && !used[dir])
 			softcard_meter_inst_clear(dir, index);
@@ -314,6 +319,13 @@ vask_meter_changed(uint32_t meter_id)
 		refresh(ref, metering(ref->node));
 	else
 		vask_meter_refresh(meter_id);
+}
+
+void
+vask_meter_disabled(uint32_t meter_id)
+{
+	indexes_shared = true;
+	vask_meter_changed(meter_id);
 }
 
 void

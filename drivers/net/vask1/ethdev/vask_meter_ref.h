@@ -52,8 +52,10 @@ void vask_meter_refresh(uint32_t meter_id);
 /** @name Likewise, mostly without a walk through all meters. @{ */
 /** After a call that added the meter. */
 void vask_meter_created(uint32_t meter_id);
-/** After a call that neither adds nor removes meters. */
+/** After a call that neither adds nor removes nor disables meters. */
 void vask_meter_changed(uint32_t meter_id);
+/** After a call that disabled the meter. No other call leaves an index to a meter that has given it back. */
+void vask_meter_disabled(uint32_t meter_id);
 /** After a call that removed the meter. */
 void vask_meter_destroyed(uint32_t meter_id);
 /** @} */

@@ -144,7 +144,10 @@ guarded_disable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *
 	const guarded_call call(error);
 	const int rc = module_ops->meter_disable(dev, mtr_id, error);
 
-	after_change(mtr_id, rc);
+	if (rc == 0)
+		vask_meter_disabled(mtr_id);
+	else
+		vask_meter_refresh(mtr_id);
 	return call.done(
 		rc, "meter disable: the card refused to remove the meter's shapers or binding");
 }
