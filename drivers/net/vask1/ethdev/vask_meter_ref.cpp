@@ -339,6 +339,9 @@ vask_meter_destroyed(uint32_t meter_id)
 		ref->node = nullptr;
 		refresh(ref, nullptr);
 	}
+	/* the pool has each index once, and nobody else has one */
+	if (TAILQ_EMPTY(&vask_p4_meter_list))
+		indexes_shared = false;
 }
 
 void
