@@ -71,6 +71,7 @@ seconds_since(uint64_t start)
 
 	return (cycles > empty_cycles ? cycles - empty_cycles : 0) / cycles_per_second;
 }
+
 /* Seconds that an operation cannot do without. */
 struct bare_costs {
 	double walks = 0;

@@ -13,9 +13,6 @@
 
 #include "control_setup.h"
 
-/** The port that they are called on. */
-constexpr uint16_t CONTROL_PORT = 0;
-
 /** Nodes that the lookups of one call visit. */
 struct walks {
 	uint32_t profiles = 0;

@@ -12,7 +12,7 @@
 #include "control_port.h"
 #include "vask_p4_log.h"
 
-constexpr uint16_t PORT = 0;
+constexpr uint16_t PORT = CONTROL_PORT;
 constexpr uint64_t RECEIVE_METER = UINT64_C(1) << 63;
 
 static void

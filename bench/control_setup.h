@@ -22,7 +22,10 @@ struct control_state {
 	bool shuffled;
 };
 
-/** Starts the module on port 0 and fills its lists. Aborts when the module refuses: there is nothing to time. */
+/** The port that operations are called on. */
+constexpr uint16_t CONTROL_PORT = 0;
+
+/** Starts the module on it and fills its lists. Aborts when the module refuses: there is nothing to time. */
 void control_setup(const struct control_state &state);
 
 /** Deletes everything and stops the module. */

@@ -108,10 +108,10 @@ add_ref(const struct ref_key &key)
 static void
 drop_ref(struct vask_meter_ref *ref)
 {
-	struct ref_list *chain = chain_of(ref->key);
-
 	if (ref->n_rules != 0 || ref->hw_meter_id != 0)
 		return;
+
+	struct ref_list *chain = chain_of(ref->key);
 	SLIST_REMOVE(chain, ref, vask_meter_ref, next);
 	SLIST_INSERT_HEAD(&free_refs, ref, next);
 }

@@ -34,12 +34,12 @@ struct guarded_call {
 	}
 };
 
-/* A refusal may mean that the meter has gone behind our back. */
+/* `done` follows a call that succeeded. A refusal may mean that the meter has gone behind our back. */
 static void
-after_change(uint32_t mtr_id, int rc)
+after_call(uint32_t mtr_id, int rc, void (*done)(uint32_t))
 {
 	if (rc == 0)
-		vask_meter_changed(mtr_id);
+		done(mtr_id);
 	else
 		vask_meter_refresh(mtr_id);
 }
@@ -108,10 +108,7 @@ guarded_create(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_params *
 	const guarded_call call(error);
 	const int rc = module_ops->create(dev, mtr_id, params, shared, error);
 
-	if (rc == 0)
-		vask_meter_created(mtr_id);
-	else
-		vask_meter_refresh(mtr_id);
+	after_call(mtr_id, rc, vask_meter_created);
 	return call.done(rc, "meter: no free hardware meter index");
 }
 
@@ -121,10 +118,7 @@ guarded_destroy(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *
 	const guarded_call call(error);
 	const int rc = module_ops->destroy(dev, mtr_id, error);
 
-	if (rc == 0)
-		vask_meter_destroyed(mtr_id);
-	else
-		vask_meter_refresh(mtr_id);
+	after_call(mtr_id, rc, vask_meter_destroyed);
 	return call.done(rc, "meter: the card refused to delete it");
 }
 
@@ -134,7 +128,7 @@ guarded_enable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *e
 	const guarded_call call(error);
 	const int rc = module_ops->meter_enable(dev, mtr_id, error);
 
-	after_change(mtr_id, rc);
+	after_call(mtr_id, rc, vask_meter_changed);
 	return call.done(rc, "meter enable: the card refused the meter's shapers");
 }
 
@@ -144,10 +138,7 @@ guarded_disable(struct rte_eth_dev *dev, uint32_t mtr_id, struct rte_mtr_error *
 	const guarded_call call(error);
 	const int rc = module_ops->meter_disable(dev, mtr_id, error);
 
-	if (rc == 0)
-		vask_meter_disabled(mtr_id);
-	else
-		vask_meter_refresh(mtr_id);
+	after_call(mtr_id, rc, vask_meter_disabled);
 	return call.done(
 		rc, "meter disable: the card refused to remove the meter's shapers or binding");
 }
@@ -159,7 +150,7 @@ guarded_profile_update(
 	const guarded_call call(error);
 	const int rc = module_ops->meter_profile_update(dev, mtr_id, profile_id, error);
 
-	after_change(mtr_id, rc);
+	after_call(mtr_id, rc, vask_meter_changed);
 	return call.done(rc, "meter profile update: the card refused the meter's new profile");
 }
 

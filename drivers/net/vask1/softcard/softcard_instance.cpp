@@ -66,7 +66,6 @@ policy_convert(struct softcard_policy *policy)
 	const struct vask_p4_mep_meter_policy_table &record = policy->record;
 	const std::array<uint32_t, 3> actions = {
 		record.green_action, record.yellow_action, record.red_action};
-
 	uint8_t drop_colors = 0;
 	uint8_t dscp_colors = 0;
 
@@ -210,7 +209,6 @@ softcard_meter_inst_clear(int dir, uint32_t hw_meter_id)
 		return rc;
 
 	struct softcard_engine &engine = softcard->engines[dir];
-
 	struct softcard_meter &meter = engine.meters[hw_meter_id];
 
 	inst_leave(engine, hw_meter_id, engine.insts[hw_meter_id]);
