@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <memory>
 #include <pthread.h>
 #include <string>
@@ -61,8 +62,8 @@ app_check(struct rte_mbuf *const *pkts, uint16_t n)
 }
 
 /*
- * Changes the last meter's profile again and again on another core. Between two changes it sleeps, as a control
- * plane does: to spin would cost the packets what two threads of one core cost each other.
+ * Changes the last meter's profile again and again on another core, while it is let. Between two changes it sleeps,
+ * as a control plane does: to spin would cost the packets what two threads of one core cost each other.
  */
 class control_thread
 {
@@ -72,26 +73,33 @@ class control_thread
 	control_thread(uint16_t port, uint32_t meter)
 		: thread_([this, port, meter] { run(port, meter); })
 	{
-		while (changes_ == 0)
-			rte_pause();
+	}
+	void resume()
+	{
 		start_ = std::chrono::steady_clock::now();
+		paused_ = false;
+		paused_.notify_one();
+	}
+	void pause()
+	{
+		paused_ = true;
+		active_ += std::chrono::steady_clock::now() - start_;
 	}
 	/* Ends it. Whether it did what it should. */
 	bool stop()
 	{
-		const std::chrono::duration<double> time =
-			std::chrono::steady_clock::now() - start_;
-
 		stop_ = true;
+		paused_ = false;
+		paused_.notify_one();
 		thread_.join();
-		return good_ && changes_ >= 0.95 * PER_SECOND * time.count();
+		return good_ && changes_ >= 0.95 * PER_SECOND * active_.count();
 	}
 
       private:
 	void run(uint16_t port, uint32_t meter)
 	{
 		constexpr std::chrono::nanoseconds interval(1000000000 / PER_SECOND);
-		auto next = std::chrono::steady_clock::now();
+		std::chrono::steady_clock::time_point next;
 		cpu_set_t cpus;
 
 		CPU_ZERO(&cpus);
@@ -99,17 +107,113 @@ class control_thread
 		pthread_setaffinity_np(pthread_self(), sizeof(cpus), &cpus);
 		prctl(PR_SET_TIMERSLACK, 1);
 		while (!stop_) {
-			std::this_thread::sleep_until(next += interval);
+			if (paused_) {
+				paused_.wait(true);
+				next = std::chrono::steady_clock::now();
+				continue;
+			}
 			good_ = rte_mtr_meter_profile_update(port, meter, 1, nullptr) == 0 && good_;
 			changes_++;
+			std::this_thread::sleep_until(next += interval);
 		}
 	}
 
 	std::atomic<bool> stop_ = false;
+	std::atomic<bool> paused_ = true;
 	std::atomic<uint64_t> changes_ = 0;
 	std::atomic<bool> good_ = true;
 	std::chrono::steady_clock::time_point start_;
+	std::chrono::duration<double> active_ = {};
 	std::thread thread_;
+};
+
+/* CPU time of the calling thread. */
+static uint64_t
+cpu_ns()
+{
+	struct timespec now;
+
+	clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+	return uint64_t{1000000000} * now.tv_sec + now.tv_nsec;
+}
+
+/* A pair of ports between which packets are forwarded. */
+class path
+{
+      public:
+	path(bool vask1, const struct packet_load &load)
+		: load_(load), ports_(packet_pair(vask1, load.capture)),
+		  pool_(packet_setup(ports_, load))
+	{
+	}
+	~path()
+	{
+		packet_teardown(ports_, load_, pool_);
+	}
+	path(const path &) = delete;
+	path &operator=(const path &) = delete;
+
+	/* So many bursts. The CPU time that they took. */
+	uint64_t run(enum check check, uint64_t bursts)
+	{
+		const uint64_t start = cpu_ns();
+
+		INSTRUCTIONS_TOGGLE();
+		switch (check) {
+		case NO_CHECK:
+			run<NO_CHECK>(bursts);
+			break;
+		case ONE_METER:
+			run<ONE_METER>(bursts);
+			break;
+		case METER_OF_FLOW:
+			run<METER_OF_FLOW>(bursts);
+			break;
+		}
+		INSTRUCTIONS_TOGGLE();
+		return cpu_ns() - start;
+	}
+
+	const struct packet_ports &ports() const
+	{
+		return ports_;
+	}
+
+	/* What is wrong with the packets that were forwarded until now, so many came from the wire; or null. */
+	const char *prove(uint64_t packets) const
+	{
+		const char *wrong = packet_prove(load_, packets);
+		const bool dropped_on_receive =
+			load_.rules && load_.work == PACKET_HALF_RED && !load_.egress;
+
+		if (wrong == nullptr && !dropped_on_receive && forwarded_ != packets)
+			wrong = "packets were lost";
+		return wrong;
+	}
+
+      private:
+	template <enum check CHECK> void run(uint64_t bursts)
+	{
+		const bool restore = load_.work == PACKET_REWRITE;
+		struct rte_mbuf *pkts[PACKET_BURST];
+
+		for (uint64_t i = 0; i < bursts; i++) {
+			const uint16_t got = rte_eth_rx_burst(ports_.from, 0, pkts, PACKET_BURST);
+
+			app_check<CHECK>(pkts, got);
+			if (restore)
+				packet_restore(pkts, got);
+			if (load_.capture)
+				packet_stamp(pkts, got, &time_ns_);
+			forwarded_ += rte_eth_tx_burst(ports_.to, 0, pkts, got);
+		}
+	}
+
+	const struct packet_load load_;
+	const struct packet_ports ports_;
+	struct rte_mempool *const pool_;
+	uint64_t forwarded_ = 0;
+	uint64_t time_ns_ = 0;
 };
 
 struct scenario {
@@ -120,50 +224,67 @@ struct scenario {
 	bool changes; /* a control thread changes a meter */
 };
 
-template <enum check CHECK>
+/*
+ * Forwards, and with net_vask1 in turn with it, a few milliseconds each, what it is held against: a better moment
+ * of the machine favours none of them.
+ */
 static void
 forward(benchmark::State &bench, const struct scenario &s)
 {
-	const struct packet_ports ports = packet_pair(s.vask1, s.load.capture);
-	struct rte_mempool *pool = packet_setup(ports, s.load);
-	struct rte_mbuf *pkts[PACKET_BURST];
-	const bool restore = s.load.work == PACKET_REWRITE;
-	const bool dropped_on_receive =
-		s.load.rules && s.load.work == PACKET_HALF_RED && !s.load.egress;
-	uint64_t bursts = 0, forwarded = 0, time_ns = 0;
-	std::unique_ptr<control_thread> control;
-	const char *wrong = nullptr;
+	/* long beside what it takes to find one's buffers in the cache again, and to wake the control thread */
+	const uint64_t bursts = s.changes ? 8192 : 1024;
+	const bool beside = s.vask1 && !instructions_counted();
+	const struct packet_load null_load = {
+		1, s.load.cached, false, false, s.load.capture, PACKET_GREEN};
+	uint64_t quiet_ns = 0, plain_ns = 0, rte_meter_ns = 0;
 
 	app_meters_config(s.load.flows);
+
+	path own(s.vask1, s.load);
+	std::unique_ptr<path> null;
+	std::unique_ptr<control_thread> control;
+
+	if (beside)
+		null = std::make_unique<path>(false, null_load);
 	if (s.changes)
-		control = std::make_unique<control_thread>(ports.from, s.load.flows);
-	INSTRUCTIONS_TOGGLE();
+		control = std::make_unique<control_thread>(own.ports().from, s.load.flows);
 	for (auto _ : bench) {
-		const uint16_t got = rte_eth_rx_burst(ports.from, 0, pkts, PACKET_BURST);
-
-		app_check<CHECK>(pkts, got);
-		if (restore)
-			packet_restore(pkts, got);
-		if (s.load.capture)
-			packet_stamp(pkts, got, &time_ns);
-		forwarded += rte_eth_tx_burst(ports.to, 0, pkts, got);
-		bursts++;
+		if (s.changes)
+			control->resume();
+		const uint64_t took_ns = own.run(s.check, bursts);
+		if (s.changes) {
+			control->pause();
+			quiet_ns += own.run(s.check, bursts);
+		}
+		bench.SetIterationTime(static_cast<double>(took_ns) / 1e9);
+		if (beside) {
+			plain_ns += null->run(NO_CHECK, bursts);
+			rte_meter_ns += null->run(ONE_METER, bursts);
+		}
 	}
-	INSTRUCTIONS_TOGGLE();
-	if (control != nullptr && !control->stop())
-		wrong = "the control thread did not come to its changes";
 
-	const uint64_t packets = bursts * PACKET_BURST;
+	const uint64_t packets = bench.iterations() * bursts * PACKET_BURST;
+	const char *wrong = own.prove(s.changes ? 2 * packets : packets);
+
 	instructions_dump(s.name, packets);
-	if (wrong == nullptr)
-		wrong = packet_prove(s.load, packets);
-	if (wrong == nullptr && !dropped_on_receive && forwarded != packets)
-		wrong = "packets were lost";
+	if (wrong == nullptr && beside)
+		wrong = null->prove(2 * packets);
+	if (s.changes && !control->stop() && wrong == nullptr)
+		wrong = "the control thread did not come to its changes";
 	if (wrong != nullptr)
 		bench.SkipWithError(wrong);
-	bench.counters["packets_per_iteration"] = PACKET_BURST;
-	bench.SetItemsProcessed(packets);
-	packet_teardown(ports, s.load, pool);
+
+	const auto per_packet = [packets](uint64_t ns) {
+		return static_cast<double>(ns) / static_cast<double>(packets);
+	};
+	bench.counters["packets_per_iteration"] = static_cast<double>(bursts * PACKET_BURST);
+	if (beside) {
+		bench.counters["plain_ns"] = per_packet(plain_ns);
+		bench.counters["rte_meter_ns"] = per_packet(rte_meter_ns);
+	}
+	if (s.changes)
+		bench.counters["quiet_ns"] = per_packet(quiet_ns);
+	bench.SetItemsProcessed(static_cast<int64_t>(packets));
 }
 
 static std::vector<struct scenario>
@@ -219,13 +340,10 @@ main(int argc, char **argv)
 {
 	packet_eal_init();
 	for (const struct scenario &s : scenarios()) {
-		const auto body = s.check == NO_CHECK ? forward<NO_CHECK>
-			: s.check == ONE_METER        ? forward<ONE_METER>
-						      : forward<METER_OF_FLOW>;
-
 		instructions_or_time(benchmark::RegisterBenchmark(s.name.c_str(),
-					     [=](benchmark::State &bench) { body(bench, s); }),
-			0.1, 1024);
+					     [=](benchmark::State &bench) { forward(bench, s); })
+					     ->UseManualTime(),
+			0.1, 1);
 	}
 	benchmark::Initialize(&argc, argv);
 	if (benchmark::ReportUnrecognizedArguments(argc, argv))

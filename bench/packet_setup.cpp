@@ -54,7 +54,7 @@ packet_eal_init()
 		"--vdev=net_null0" + size, "--vdev=net_null1" + size, "--vdev=net_null2" + size,
 		"--vdev=net_null3" + size,
 		"--vdev=net_vask1_2,uplink=net_null4,clock=capture,tick=ns",
-		"--vdev=net_null4" + size};
+		"--vdev=net_null4" + size, "--vdev=net_null5" + size};
 	std::vector<char *> argv;
 
 	argv.reserve(args.size());
@@ -80,7 +80,7 @@ packet_pair(bool vask1, bool capture)
 	if (!vask1)
 		return {port_of("net_null2"), port_of("net_null3")};
 	if (capture)
-		return {port_of("net_null2"), port_of("net_vask1_2")};
+		return {port_of("net_null5"), port_of("net_vask1_2")};
 	return {port_of("net_vask1_0"), port_of("net_vask1_1")};
 }
 
@@ -142,13 +142,13 @@ write_frame(struct rte_mempool *, void *opaque, void *object, unsigned index)
 }
 
 static struct rte_mempool *
-make_pool(const struct packet_load &load)
+make_pool(const std::string &name, const struct packet_load &load)
 {
 	/* of each flow equally many buffers, an even number of them */
 	const uint32_t buffers = BUFFERS / (2 * load.flows) * (2 * load.flows);
 	struct writer w = {load, random_flows(load.flows, buffers)};
 	/* one thread uses it */
-	struct rte_mempool *pool = rte_pktmbuf_pool_create_by_ops("frames", buffers,
+	struct rte_mempool *pool = rte_pktmbuf_pool_create_by_ops(name.c_str(), buffers,
 		load.cached ? 256 : 0, 0, RTE_PKTMBUF_HEADROOM + 128, SOCKET_ID_ANY, "ring_sp_sc");
 
 	must(pool != nullptr, "pool");
@@ -216,7 +216,7 @@ struct rte_mempool *
 packet_setup(const struct packet_ports &ports, const struct packet_load &load)
 {
 	const uint16_t metered = load.egress ? ports.to : ports.from;
-	struct rte_mempool *pool = make_pool(load);
+	struct rte_mempool *pool = make_pool("frames_" + std::to_string(ports.from), load);
 
 	start_port(ports.from, pool);
 	start_port(ports.to, pool);
@@ -240,12 +240,13 @@ packet_teardown(
 {
 	const uint16_t metered = load.egress ? ports.to : ports.from;
 
-	for (struct rte_flow *rule : rules)
-		must(rte_flow_destroy(metered, rule, nullptr) == 0, "rule's end");
-	rules.clear();
-	for (uint32_t flow = 0; load.rules && flow < load.flows; flow++)
-		must(rte_mtr_destroy(metered, FIRST_METER + flow, nullptr) == 0, "meter's end");
 	if (load.rules) {
+		for (struct rte_flow *rule : rules)
+			must(rte_flow_destroy(metered, rule, nullptr) == 0, "rule's end");
+		rules.clear();
+		for (uint32_t flow = 0; flow < load.flows; flow++)
+			must(rte_mtr_destroy(metered, FIRST_METER + flow, nullptr) == 0,
+				"meter's end");
 		must(rte_mtr_meter_policy_delete(metered, POLICY, nullptr) == 0, "policy's end");
 		must(rte_mtr_meter_profile_delete(metered, PROFILE, nullptr) == 0, "profile's end");
 	}
