@@ -16,17 +16,16 @@ packet_rewrite(struct softcard_meter &meter, struct rte_mbuf **pkt, enum rte_col
 		meter.rewritten += softcard_frame_dscp_write(pkt, meter.dscp[color]);
 }
 
-/* Counts a packet and marks it. Returns whether it is to be dropped. */
-static inline uint64_t
-packet_count(struct softcard_meter &meter, struct softcard_burst *burst, uint32_t i,
+/* Counts a packet and marks it. */
+static inline void
+packet_count(std::array<struct softcard_count, 3> &colors, struct softcard_burst *burst, uint32_t i,
 	uint32_t *lengths, uint32_t length, enum rte_color color)
 {
 	lengths[i] = length;
 	rte_mbuf_sched_color_set(burst->pkts[i], color);
-	meter.colors[color].packets++;
+	colors[color].packets++;
 	rte_compiler_barrier(); /* two additions cost less than the vector that GCC makes of them */
-	meter.colors[color].bytes += length;
-	return meter.drop_colors >> color & 1;
+	colors[color].bytes += length;
 }
 
 /* Meters packet i in any way but the usual one. */
@@ -45,10 +44,10 @@ packet_meter_unusual(struct softcard_meter &meter, struct softcard_bucket_state 
 	const enum rte_color color = softcard_bucket_check(meter.params, state, burst->now_ns[i],
 		flags & SOFTCARD_METER_AWARE ? softcard_frame_color(pkt) : RTE_COLOR_GREEN,
 		softcard_bucket_cost(meter.params, length));
-	const uint64_t dropped = packet_count(meter, burst, i, lengths, length, color);
+	packet_count(meter.colors, burst, i, lengths, length, color);
 	if (flags & SOFTCARD_METER_REWRITES)
 		packet_rewrite(meter, &burst->pkts[i], color);
-	return dropped;
+	return meter.drop_colors >> color & 1;
 }
 
 /*
@@ -66,9 +65,10 @@ packet_meter(struct softcard_meter &meter, struct softcard_bucket_state &state,
 	const uint32_t length = rte_pktmbuf_pkt_len(burst->pkts[i]);
 
 	softcard_bucket_refill_units(meter.params, state, burst->now_ns[i], SOFTCARD_BURST_UNIT[0]);
-	return packet_count(meter, burst, i, lengths, length,
-		softcard_bucket_take(
-			meter.params, state, RTE_COLOR_GREEN, length * SOFTCARD_LEVEL_UNIT[0]));
+	const enum rte_color color = softcard_bucket_take(
+		meter.params, state, RTE_COLOR_GREEN, length * SOFTCARD_LEVEL_UNIT[0]);
+	packet_count(meter.colors, burst, i, lengths, length, color);
+	return meter.drop_colors >> color & 1;
 }
 
 /* Whether there is such a meter. */
@@ -78,6 +78,48 @@ meter_exists(uint32_t hw_meter_id)
 	return likely(hw_meter_id != 0 && hw_meter_id < SOFTCARD_METERS);
 }
 
+/* Whether packets all meet the same meter, which does the usual. */
+static inline bool
+burst_of_one(const struct softcard_meter *meters, const uint32_t *hw_meter_ids, uint32_t n)
+{
+	const uint32_t id = hw_meter_ids[0];
+	/* where packets meet meters at random, one look tells most bursts */
+	uint32_t differ = hw_meter_ids[n - 1] ^ id;
+
+	if (differ != 0 || !meter_exists(id) || meters[id].flags != SOFTCARD_METER_ON)
+		return false;
+	for (uint32_t i = 1; i < n; i++)
+		differ |= hw_meter_ids[i] ^ id;
+	return differ == 0;
+}
+
+/* Does to a burst of one meter what packet_meter() does to each packet; only here the meter stays in registers. */
+static uint64_t
+burst_meter(struct softcard_meter &meter, struct softcard_burst *burst, uint32_t *lengths)
+{
+	/* copies: for all that the compiler knows, to mark a packet might write into the meter */
+	const struct softcard_bucket_params params = meter.params;
+	const uint64_t drop_colors = meter.drop_colors;
+	struct softcard_bucket_state state = meter.state;
+	std::array<struct softcard_count, 3> colors = meter.colors;
+	const uint32_t n = burst->n;
+	uint64_t drop_mask = 0;
+
+	for (uint32_t i = 0; i < n; i++) {
+		const uint32_t length = rte_pktmbuf_pkt_len(burst->pkts[i]);
+
+		softcard_bucket_refill_units(
+			params, state, burst->now_ns[i], SOFTCARD_BURST_UNIT[0]);
+		const enum rte_color color = softcard_bucket_take(
+			params, state, RTE_COLOR_GREEN, length * SOFTCARD_LEVEL_UNIT[0]);
+		packet_count(colors, burst, i, lengths, length, color);
+		drop_mask |= (drop_colors >> color & 1) << i;
+	}
+	meter.state = state;
+	meter.colors = colors;
+	return drop_mask;
+}
+
 /* A burst that has the engine to itself. */
 static uint64_t
 burst_alone(struct softcard_meter *meters, struct softcard_burst *burst, uint32_t *lengths)
@@ -85,6 +127,8 @@ burst_alone(struct softcard_meter *meters, struct softcard_burst *burst, uint32_
 	const uint32_t n = burst->n;
 	uint64_t drop_mask = 0;
 
+	if (n > 1 && burst_of_one(meters, burst->hw_meter_id, n))
+		return burst_meter(meters[burst->hw_meter_id[0]], burst, lengths);
 	for (uint32_t i = 0; i < n; i++) {
 		struct softcard_meter &meter = meters[burst->hw_meter_id[i]];
 
