@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include "card_test.h"
+#include "keep_cpus.h"
 
 #include <cstdlib>
 #include <string>
@@ -30,6 +31,8 @@ class Eal : public ::testing::Environment
 		for (auto &arg : args)
 			argv.push_back(arg.data());
 		argv.push_back(nullptr);
+
+		const vask_test::KeepCpus keep;
 		ASSERT_GE(rte_eal_init(args.size(), argv.data()), 0);
 		pool = rte_pktmbuf_pool_create(
 			"card_test", 4096, 0, 0, 2048 + RTE_PKTMBUF_HEADROOM, SOCKET_ID_ANY);

@@ -1,6 +1,8 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include "flow_support.h"
 
+#include "keep_cpus.h"
+
 #include <algorithm>
 #include <string>
 #include <sys/mman.h>
@@ -27,6 +29,8 @@ class Eal : public ::testing::Environment
 
 		for (std::string &arg : args)
 			argv.push_back(arg.data());
+
+		const KeepCpus keep;
 		ASSERT_GE(rte_eal_init(argv.size(), argv.data()), 0);
 	}
 	void TearDown() override
@@ -414,13 +418,7 @@ Rule::Passthru()
 
 Tables::Tables()
 {
-	const unsigned threads = 2 * VASK_QUEUES_MAX;
-
-	port.rcu = static_cast<rte_rcu_qsbr *>(
-		rte_zmalloc("rcu", rte_rcu_qsbr_get_memsize(threads), RTE_CACHE_LINE_SIZE));
-	rte_rcu_qsbr_init(port.rcu, threads);
-	for (unsigned i = 0; i < threads; i++)
-		rte_rcu_qsbr_thread_register(port.rcu, i);
+	port.rcu = vask_rcu_create(2 * VASK_QUEUES_MAX);
 	for (vask_flow_state *&state : port.flow)
 		EXPECT_EQ(vask_flow_state_create(port.rcu, &state), 0);
 }
@@ -473,7 +471,7 @@ Classify(const vask_port &port, const std::vector<rte_mbuf *> &pkts, uint16_t qu
 
 	burst.n = pkts.size();
 	std::copy(pkts.begin(), pkts.end(), burst.pkts);
-	rte_rcu_qsbr_thread_online(port.rcu, thread);
+	vask_rcu_online(port.rcu, thread);
 	vask_flow_classify(&port, queue, dir, &burst, &said);
 	rte_rcu_qsbr_thread_offline(port.rcu, thread);
 	for (size_t i = 0; i < pkts.size(); i++) {

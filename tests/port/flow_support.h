@@ -18,6 +18,7 @@
 
 #include "vask_flow.h"
 #include "vask_flow_parse.h"
+#include "vask_rcu.h"
 
 namespace vask_test
 {

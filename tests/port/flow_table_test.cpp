@@ -150,7 +150,7 @@ TEST(FlowTable, WhatABurstMaySeeIsKeptUntilItEnds)
 		return n;
 	};
 
-	rte_rcu_qsbr_thread_online(tables.port.rcu, 3);
+	vask_rcu_online(tables.port.rcu, 3);
 	tables.Remove(rule);
 	/* the rule, its tuple and the view that showed it */
 	EXPECT_EQ(retired(), 3u);

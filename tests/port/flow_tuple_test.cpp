@@ -97,7 +97,7 @@ TEST(FlowTuple, ARemovedRuleIsOutOfForceWhileABurstMaySeeIt)
 		rte_flow *rule = tables.Add(RuleOfSource(7, 9));
 
 		EXPECT_EQ(TupleOf(tables)->hash != nullptr, others == 500);
-		rte_rcu_qsbr_thread_online(tables.port.rcu, 3);
+		vask_rcu_online(tables.port.rcu, 3);
 		tables.Remove(rule);
 		EXPECT_EQ(vask_flow_rule_meter(rule), 9u);
 		EXPECT_EQ(tables.MeterOf(FrameOfSource(7)), 0u);
@@ -210,7 +210,7 @@ TEST(FlowTuple, ARuleComesBackToItsSlotWhileABurstMayStillSeeTheOneBefore)
 		const uint32_t source = FirstSource(tuple, IsFree);
 		rte_flow *rule = tables.Add(RuleOfSource(source, 9));
 
-		rte_rcu_qsbr_thread_online(tables.port.rcu, 3);
+		vask_rcu_online(tables.port.rcu, 3);
 		for (uint32_t meter = 10; meter < 14; meter++) {
 			tables.Remove(rule);
 			EXPECT_EQ(tables.MeterOf(FrameOfSource(source)), 0u);
@@ -252,7 +252,7 @@ TEST(FlowTuple, ASlotKeepsItsKeyWhileABurstMaySeeTheRuleThatIsGone)
 		const uint32_t n_words = TupleOf(tables)->key_words;
 		const std::vector<uint64_t> key(slot->key, slot->key + n_words);
 
-		rte_rcu_qsbr_thread_online(tables.port.rcu, 3);
+		vask_rcu_online(tables.port.rcu, 3);
 		tables.Remove(rule);
 		tables.Add(RuleOfSource(other, 9));
 		EXPECT_EQ(std::vector<uint64_t>(slot->key, slot->key + n_words), key);
@@ -306,7 +306,7 @@ TEST(FlowTuple, AChangeOfMeterDoesNotBringARemovedRuleBack)
 	AddOthers(tables, false);
 	rte_flow *rule = tables.Add(RuleOfSource(7, 9));
 
-	rte_rcu_qsbr_thread_online(tables.port.rcu, 3);
+	vask_rcu_online(tables.port.rcu, 3);
 	tables.Remove(rule);
 	vask_flow_rule_meter_set(rule, 10);
 	EXPECT_EQ(tables.MeterOf(FrameOfSource(7)), 0u);

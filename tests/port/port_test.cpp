@@ -17,6 +17,7 @@
 #include <rte_tcp.h>
 #include <rte_udp.h>
 
+#include "keep_cpus.h"
 #include "rte_pmd_net_vask1.h"
 
 /* The list of alarms is guarded inside a library that ThreadSanitizer does not see into. */
@@ -47,6 +48,8 @@ class Eal : public ::testing::Environment
 
 		for (std::string &arg : args)
 			argv.push_back(arg.data());
+
+		const KeepCpus keep;
 		ASSERT_GE(rte_eal_init(static_cast<int>(argv.size()), argv.data()), 0);
 		ASSERT_EQ(
 			rte_mbuf_dyn_rx_timestamp_register(&timestamp_offset, &timestamp_flag), 0);

@@ -16,9 +16,9 @@ struct vask_args;
 struct vask_clock {
 	bool capture;
 	uint32_t ns_per_tick; /* capture clock */
+	uint64_t tsc_mult;    /* nanoseconds a cycle, 32 fractional bits */
 	int dynfield;         /* offset of the timestamp in an mbuf, or -1 */
 	uint64_t dynflag;     /* ol_flags of an mbuf that has one */
-	uint64_t tsc_mult;    /* nanoseconds a cycle, 32 fractional bits */
 	/** Latest capture time that the port has seen, for packets that carry none. */
 	std::atomic<uint64_t> latest_ns;
 };

@@ -164,11 +164,26 @@ queue_states(struct rte_eth_dev *dev, uint8_t state)
 		dev->data->tx_queue_state[i] = state;
 }
 
+/* Where there are several receive queues, one may get packets from another. */
+int
+open_handovers(const struct rte_eth_dev_data *data)
+{
+	int rc = 0;
+
+	for (uint16_t i = 0; data->nb_rx_queues > 1 && i < data->nb_rx_queues && rc == 0; i++)
+		if (data->rx_queues[i] != nullptr)
+			rc = vask_queue_handover_open(
+				static_cast<struct vask_queue *>(data->rx_queues[i]));
+	return rc;
+}
+
 int
 dev_start(struct rte_eth_dev *dev)
 {
-	const int rc = vask_uplink_start(vask_port_of(dev));
+	int rc = open_handovers(dev->data);
 
+	if (rc == 0)
+		rc = vask_uplink_start(vask_port_of(dev));
 	if (rc != 0)
 		return rc;
 	queue_states(dev, RTE_ETH_QUEUE_STATE_STARTED);

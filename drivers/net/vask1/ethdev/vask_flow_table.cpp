@@ -7,6 +7,7 @@
 #include "vask_flow_frame.h"
 #include "vask_flow_table.h"
 #include "vask_flow_tuple.h"
+#include "vask_rcu.h"
 
 constexpr unsigned RANK_AGE_BITS = 48;
 
@@ -25,6 +26,9 @@ reclaim(struct vask_flow_state *state)
 {
 	struct vask_flow_retired *oldest;
 
+	if (STAILQ_EMPTY(&state->retired))
+		return;
+	vask_rcu_fence();
 	while ((oldest = STAILQ_FIRST(&state->retired)) != nullptr &&
 		rte_rcu_qsbr_check(state->rcu, oldest->token, false) == 1) {
 		STAILQ_REMOVE_HEAD(&state->retired, next);

@@ -1,9 +1,8 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 #include <pthread.h>
 
-#include <rte_rcu_qsbr.h>
-
 #include "vask_port.h"
+#include "vask_rcu.h"
 
 struct vask_port_list vask_ports = TAILQ_HEAD_INITIALIZER(vask_ports);
 
@@ -27,9 +26,8 @@ vask_control_unlock()
 	pthread_mutex_unlock(&control_mutex);
 }
 
-/* What rte_rcu_qsbr_synchronize() does, but inline, so that ThreadSanitizer sees whom it waits for. */
 void
 vask_port_bursts_end(const struct vask_port *port)
 {
-	rte_rcu_qsbr_check(port->rcu, rte_rcu_qsbr_start(port->rcu), true);
+	vask_rcu_synchronize(port->rcu);
 }

@@ -38,8 +38,8 @@ struct vask_port {
 	struct rte_eth_dev_data *data;
 	struct rte_ether_addr mac;
 	struct vask_args args;
-	struct vask_uplink uplink;
-	struct vask_clock clock;
+	/* from the uplink's burst_id to the clock's tsc_mult: what bursts read, on one line, see below */
+	alignas(RTE_CACHE_LINE_SIZE) struct vask_uplink uplink;
 	/**
 	 * Readers of what control calls replace: a queue is on line for the time of a burst, receive queue q
 	 * as thread q and transmit queue q as thread VASK_QUEUES_MAX + q. See vask_port_bursts_end().
@@ -49,7 +49,10 @@ struct vask_port {
 	struct vask_flow_state *flow[2];
 	/** How packets are spread in software; owned by vask_rss, null while they are not. */
 	std::atomic<struct vask_rss *> rss;
+	struct vask_clock clock;
 };
+static_assert(offsetof(struct vask_port, uplink.burst_id) / RTE_CACHE_LINE_SIZE ==
+	offsetof(struct vask_port, clock.tsc_mult) / RTE_CACHE_LINE_SIZE);
 
 TAILQ_HEAD(vask_port_list, vask_port);
 

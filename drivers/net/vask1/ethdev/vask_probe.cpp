@@ -5,7 +5,6 @@
 #include <new>
 
 #include <rte_malloc.h>
-#include <rte_rcu_qsbr.h>
 
 #include "vask_card.h"
 #include "vask_ethdev.h"
@@ -13,6 +12,7 @@
 #include "vask_p4_driver.h"
 #include "vask_p4_log.h"
 #include "vask_port.h"
+#include "vask_rcu.h"
 #include "vask_rxtx.h"
 
 namespace
@@ -89,21 +89,6 @@ check_clock(const struct vask_port *port)
 	return 0;
 }
 
-int
-create_rcu(struct vask_port *port)
-{
-	constexpr uint32_t threads = 2 * VASK_QUEUES_MAX;
-
-	port->rcu = static_cast<struct rte_rcu_qsbr *>(
-		rte_zmalloc("vask_rcu", rte_rcu_qsbr_get_memsize(threads), RTE_CACHE_LINE_SIZE));
-	if (port->rcu == nullptr)
-		return -ENOMEM;
-	rte_rcu_qsbr_init(port->rcu, threads);
-	for (unsigned int i = 0; i < threads; i++)
-		rte_rcu_qsbr_thread_register(port->rcu, i);
-	return 0;
-}
-
 /* Locally administered, and told apart by the source-port number. */
 void
 set_mac(struct vask_port *port)
@@ -131,8 +116,10 @@ port_init(struct vask_port *port)
 		rc = check_clock(port);
 	if (rc == 0)
 		rc = vask_clock_init(&port->clock, &port->args);
-	if (rc == 0)
-		rc = create_rcu(port);
+	if (rc == 0) {
+		port->rcu = vask_rcu_create(2 * VASK_QUEUES_MAX);
+		rc = port->rcu != nullptr ? 0 : -ENOMEM;
+	}
 	if (rc == 0)
 		rc = vask_uplink_attach(port);
 	if (rc != 0)

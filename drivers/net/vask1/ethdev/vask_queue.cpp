@@ -1,4 +1,5 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
+#include <cerrno>
 #include <cstdio>
 #include <new>
 
@@ -12,19 +13,23 @@
 constexpr unsigned HANDOVER_PACKETS = 1024;
 
 /* A ring of its own memory: no name to be shared with the rest of the process. */
-static struct rte_ring *
-handover_create(unsigned int socket)
+int
+vask_queue_handover_open(struct vask_queue *q)
 {
-	const ssize_t size = rte_ring_get_memsize(HANDOVER_PACKETS);
-	struct rte_ring *ring = static_cast<struct rte_ring *>(rte_zmalloc_socket(
-		"vask_handover", static_cast<size_t>(size), RTE_CACHE_LINE_SIZE, socket));
+	if (q->handover != nullptr)
+		return 0;
 
-	if (ring != nullptr &&
+	const ssize_t size = rte_ring_get_memsize(HANDOVER_PACKETS);
+	struct rte_ring *ring = static_cast<struct rte_ring *>(
+		rte_zmalloc("vask_handover", static_cast<size_t>(size), RTE_CACHE_LINE_SIZE));
+
+	if (ring == nullptr ||
 		rte_ring_init(ring, "vask_handover", HANDOVER_PACKETS, RING_F_SC_DEQ) != 0) {
 		rte_free(ring);
-		ring = nullptr;
+		return -ENOMEM;
 	}
-	return ring;
+	q->handover = ring;
+	return 0;
 }
 
 static void
@@ -41,7 +46,6 @@ struct vask_queue *
 vask_queue_create(
 	struct vask_port *port, int dir, uint16_t id, unsigned int socket, struct rte_mempool *pool)
 {
-	const bool receive = dir == VASK_P4_MEP_INGRESS;
 	const bool enforce = port->args.shapers == vask_shapers::ENFORCE;
 	void *memory = rte_zmalloc_socket(
 		"vask_queue", sizeof(struct vask_queue), RTE_CACHE_LINE_SIZE, socket);
@@ -53,13 +57,13 @@ vask_queue_create(
 	q->port = port;
 	q->dir = dir;
 	q->id = id;
+	q->reader = dir == VASK_P4_MEP_INGRESS ? id : VASK_QUEUES_MAX + id;
+	q->port_id = port->data->port_id;
 	q->pool = pool;
-	if (receive)
-		q->handover = handover_create(socket);
 	if (enforce)
 		q->shaper = softcard_queue_create(
 			dir, vask_port_sfi(port), SOFTCARD_QUEUE_DEFAULT, static_cast<int>(socket));
-	if ((receive && q->handover == nullptr) || (enforce && q->shaper == nullptr)) {
+	if (enforce && q->shaper == nullptr) {
 		vask_queue_free(q);
 		return nullptr;
 	}

@@ -9,6 +9,7 @@
  */
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include "softcard.h"
@@ -34,27 +35,33 @@ enum vask_counter {
 };
 
 struct vask_queue {
+	/* what every burst comes by stands first, on one line with the packets and bytes counted */
 	struct vask_port *port;
-	int dir; /* VASK_P4_MEP_INGRESS: receive */
-	uint16_t id;
-	std::atomic<bool> strip_vlan;  /* receive: take VLAN tags off */
-	bool leave_times;              /* receive: leave the times of arrival in the mbufs */
-	struct rte_mempool *pool;      /* receive */
-	struct rte_ring *handover;     /* receive: packets that rules send here from other queues */
 	struct softcard_queue *shaper; /* null unless shapers are enforced */
-	struct softcard_burst burst;
-	struct vask_flow_verdict verdict;
+	/** Receive: packets that rules or RSS send here from other queues; null while there is no other. */
+	struct rte_ring *handover;
+	struct rte_mempool *pool; /* receive */
+	int dir;                  /* VASK_P4_MEP_INGRESS: receive */
+	uint16_t id;
+	uint16_t reader; /* thread of the port's rcu */
+	uint16_t port_id;
+	std::atomic<bool> strip_vlan; /* receive: take VLAN tags off */
+	bool leave_times;             /* receive: leave the times of arrival in the mbufs */
+	/** Written by the queue's thread, read by any. */
+	std::atomic<uint64_t> counters[VASK_COUNTS];
 	/** Packets that are due and wait for the uplink: pkts[first .. first + n - 1]. */
 	struct {
 		uint16_t first;
 		uint16_t n;
 		struct rte_mbuf *pkts[SOFTCARD_BURST_MAX];
 	} due;
-	/** Written by the queue's thread, read by any. */
-	std::atomic<uint64_t> counters[VASK_COUNTS];
+	struct softcard_burst burst;
+	struct vask_flow_verdict verdict;
 	/** What was counted at the last reset; control path only. */
 	uint64_t base[VASK_COUNTS];
 };
+static_assert(offsetof(struct vask_queue, counters[VASK_BYTES]) + sizeof(uint64_t) <=
+	RTE_CACHE_LINE_MIN_SIZE);
 
 /**
  * Creates a queue, with its shaper's queue if the port enforces shapers.
@@ -64,6 +71,9 @@ struct vask_queue {
  */
 struct vask_queue *vask_queue_create(struct vask_port *port, int dir, uint16_t id,
 	unsigned int socket, struct rte_mempool *pool);
+
+/** Readies a receive queue for packets from others. 0, also when it is; or -ENOMEM. */
+int vask_queue_handover_open(struct vask_queue *queue);
 
 /** Frees a queue and the packets that wait in it; null is harmless. No burst may be under way. */
 void vask_queue_free(struct vask_queue *queue);

@@ -2,12 +2,12 @@
 #include <algorithm>
 
 #include <rte_mbuf.h>
-#include <rte_rcu_qsbr.h>
 #include <rte_ring.h>
 
 #include "softcard_shaper.h"
 #include "vask_police.h"
 #include "vask_queue.h"
+#include "vask_rcu.h"
 #include "vask_rss.h"
 #include "vask_rxtx.h"
 
@@ -17,17 +17,15 @@ namespace
 /* What control calls take away while the scope lasts stays readable. */
 struct burst_scope {
 	struct rte_rcu_qsbr *rcu;
-	unsigned int thread;
+	unsigned int reader;
 
-	explicit burst_scope(const struct vask_queue *q)
-		: rcu(q->port->rcu),
-		  thread(q->dir == VASK_P4_MEP_INGRESS ? q->id : VASK_QUEUES_MAX + q->id)
+	explicit burst_scope(const struct vask_queue *q) : rcu(q->port->rcu), reader(q->reader)
 	{
-		rte_rcu_qsbr_thread_online(rcu, thread);
+		vask_rcu_online(rcu, reader);
 	}
 	~burst_scope()
 	{
-		rte_rcu_qsbr_thread_offline(rcu, thread);
+		rte_rcu_qsbr_thread_offline(rcu, reader);
 	}
 	burst_scope(const burst_scope &) = delete;
 	burst_scope &operator=(const burst_scope &) = delete;
@@ -104,7 +102,7 @@ shaper_get(struct vask_queue *q, bool flush, struct rte_mbuf **pkts, uint16_t n)
 void
 deliver(struct vask_queue *q, struct rte_mbuf *const *pkts, uint16_t n)
 {
-	const uint16_t port_id = q->port->data->port_id;
+	const uint16_t port_id = q->port_id;
 	uint64_t bytes = 0;
 
 	/* all that an idle port does with a packet: counting the turns would be half of it */
@@ -121,7 +119,7 @@ deliver(struct vask_queue *q, struct rte_mbuf *const *pkts, uint16_t n)
 uint16_t
 rx_handed_over(struct vask_queue *q, struct rte_mbuf **pkts, uint16_t n)
 {
-	if (rte_ring_empty(q->handover))
+	if (q->handover == nullptr || rte_ring_empty(q->handover))
 		return 0;
 	return static_cast<uint16_t>(rte_ring_sc_dequeue_burst(
 		q->handover, reinterpret_cast<void **>(pkts), n, nullptr));

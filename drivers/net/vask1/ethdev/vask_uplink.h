@@ -26,9 +26,9 @@ struct vask_port;
 constexpr uint16_t VASK_UPLINK_NONE = UINT16_MAX;
 
 struct vask_uplink {
+	struct rte_eth_dev_owner owner;
 	std::atomic<uint16_t> port_id;  /* the port that we own, or VASK_UPLINK_NONE */
 	std::atomic<uint16_t> burst_id; /* the same while it is started: what bursts use */
-	struct rte_eth_dev_owner owner;
 };
 
 /**
