@@ -198,36 +198,39 @@ def print_port(port, module, verdicts):
     return rows
 
 
+def beside(figure, counter):
+    """The ratios of what was timed in turn with a benchmark to it, one a repetition."""
+    return [r[counter] / time for r, time in zip(figure.repetitions, figure.times)]
+
+
 def print_packets(figures, verdicts):
     print("\npackets: ns a packet: median [least .. most], and the packet rate beside plain net_null and beside "
-          "net_null with one rte_meter check")
+          "net_null with one rte_meter check, which are timed in turn with it: median [least .. most]")
     rows = {}
     for name, figure in sorted(figures.items(), key=lambda item: natural(item[0])):
         if not figure.times or figure.error:
             print(f"  {name:48} no figure: {figure.error}")
             verdicts.add(False, f"packets: {name}: {figure.error}")
             continue
-        side = "cached/" if name.startswith("cached/") else ""
-        # packets that carry times are held against a loop that writes these, too
-        base = "null/stamped" if name.endswith("/capture_clock") else side + "null/plain"
-        plain, metered = figures[base].median, figures[side + "null/rte_meter"].median
-        of_plain, of_metered = plain / figure.median, metered / figure.median
-        rows[name] = {"ns": figure.median, "least": figure.low, "most": figure.high, "of_plain": of_plain,
-                      "of_rte_meter": of_metered}
-        note = ""
-        if name in PACKET_TARGETS:
-            want_plain, want_metered = PACKET_TARGETS[name]
-            note = verdicts.add(of_plain >= want_plain, f"packets: {name}: {of_plain:.2f} of plain net_null, at least "
-                                f"{want_plain:.2f}")
-            if want_metered:
-                also = verdicts.add(of_metered >= want_metered, f"packets: {name}: {of_metered:.2f} of net_null with "
-                                    f"rte_meter, at least {want_metered:.2f}")
-                note = f"{note}, {also}"
+        rows[name] = {"ns": figure.median, "least": figure.low, "most": figure.high}
+        if "plain_ns" not in figure.repetitions[0]:
+            print(f"  {name:48} {figure}")
+            continue
+        note, columns = "", ""
+        targets = PACKET_TARGETS.get(name, (None, None))
+        for key, counter, text, want in (("of_plain", "plain_ns", "plain net_null", targets[0]),
+                                         ("of_rte_meter", "rte_meter_ns", "net_null with rte_meter", targets[1])):
+            ratios = beside(figure, counter)
+            rows[name][key] = statistics.median(ratios)
+            columns += f"  {rows[name][key]:5.3f} [{min(ratios):.3f} .. {max(ratios):.3f}]"
+            if want:
+                note += "  " + verdicts.add(rows[name][key] >= want,
+                                            f"packets: {name}: {rows[name][key]:.3f} of {text}, at least {want:.2f}")
         if name.endswith(CHANGES):
-            cost = figure.median / figures[name[:-len(CHANGES)]].median
-            note = verdicts.add(cost < CHANGES_LIMIT, f"packets: {name}: {cost:.3f} of the time without changes, "
-                                f"below {CHANGES_LIMIT}")
-        print(f"  {name:48} {figure} {of_plain:7.2f} {of_metered:7.2f}  {note}")
+            cost = 1 / statistics.median(beside(figure, "quiet_ns"))
+            note = "  " + verdicts.add(cost < CHANGES_LIMIT, f"packets: {name}: {cost:.3f} of the time without "
+                                       f"changes, below {CHANGES_LIMIT}")
+        print(f"  {name:48} {figure} {columns}{note}")
     return rows
 
 
@@ -354,7 +357,7 @@ def main():
     if args.port and module:
         result["port"] = print_port(Control(read(args.port, "real_time")), module, verdicts)
     if args.packets:
-        result["packets"] = print_packets(read(args.packets, "cpu_time"), verdicts)
+        result["packets"] = print_packets(read(args.packets, "real_time"), verdicts)
     if args.replay:
         result["replay"] = print_replay(read(args.replay, "cpu_time"), verdicts)
     if args.footprint:

@@ -19,7 +19,7 @@ class Rcu : public ::testing::Test
       protected:
 	~Rcu() override
 	{
-		vask_rcu_bursts_fence = fenced_;
+		vask_rcu_mode.bursts_fence = fenced_;
 	}
 	/* Whether all bursts have ended that were under way at a token. */
 	bool Passed(uint64_t token)
@@ -30,7 +30,7 @@ class Rcu : public ::testing::Test
 
 	const std::unique_ptr<rte_rcu_qsbr, void (*)(void *)> rcu_{
 		vask_rcu_create(THREADS), rte_free};
-	const bool fenced_ = vask_rcu_bursts_fence;
+	const bool fenced_ = vask_rcu_mode.bursts_fence;
 };
 
 TEST_F(Rcu, ThreadsBetweenBurstsKeepNobodyWaiting)
@@ -122,14 +122,14 @@ ReadWhileItIsReplaced(rte_rcu_qsbr *rcu)
 
 TEST_F(Rcu, NothingIsTakenAwayUnderABurstThatDoesNotFence)
 {
-	if (vask_rcu_bursts_fence)
+	if (vask_rcu_mode.bursts_fence)
 		GTEST_SKIP() << "the kernel has no membarrier";
 	ReadWhileItIsReplaced(rcu_.get());
 }
 
 TEST_F(Rcu, NothingIsTakenAwayUnderABurstThatFences)
 {
-	vask_rcu_bursts_fence = true;
+	vask_rcu_mode.bursts_fence = true;
 	ReadWhileItIsReplaced(rcu_.get());
 }
 

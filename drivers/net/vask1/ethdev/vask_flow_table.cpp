@@ -299,9 +299,12 @@ vask_flow_insert(struct rte_flow *rule)
 void
 vask_flow_rule_meter_set(struct rte_flow *rule, uint32_t hw_meter_id)
 {
-	const vask_flow_brief flags =
-		rule->brief.load(std::memory_order_relaxed) & ~vask_flow_brief{UINT32_MAX};
+	const vask_flow_brief before = rule->brief.load(std::memory_order_relaxed);
+	const vask_flow_brief flags = before & ~vask_flow_brief{UINT32_MAX};
 
+	/* packets read what is written here: most changes of a meter leave it as it is */
+	if ((flags | hw_meter_id) == before)
+		return;
 	rule->brief.store(flags | hw_meter_id, std::memory_order_release);
 	if (rule->head)
 		vask_flow_tuple_update(rule->tuple, rule);

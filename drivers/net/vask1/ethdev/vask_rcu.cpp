@@ -16,7 +16,7 @@ membarrier(int command)
 	return syscall(__NR_membarrier, command, 0, 0);
 }
 
-std::atomic<bool> vask_rcu_bursts_fence = false;
+struct vask_rcu_mode vask_rcu_mode;
 
 struct rte_rcu_qsbr *
 vask_rcu_create(uint32_t n)
@@ -31,14 +31,14 @@ vask_rcu_create(uint32_t n)
 		rte_rcu_qsbr_thread_register(rcu, i);
 	/* a process says beforehand that it will ask for such fences */
 	if (membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) != 0)
-		vask_rcu_bursts_fence = true;
+		vask_rcu_mode.bursts_fence = true;
 	return rcu;
 }
 
 void
 vask_rcu_fence()
 {
-	if (vask_rcu_bursts_fence) {
+	if (vask_rcu_mode.bursts_fence) {
 		rte_smp_mb();
 		return;
 	}
@@ -46,7 +46,7 @@ vask_rcu_fence()
 		return;
 	/* the application has given the call up since: bursts fence from now on, and those that began without have
 	 * long been seen when the time is over */
-	vask_rcu_bursts_fence = true;
+	vask_rcu_mode.bursts_fence = true;
 	rte_delay_us_sleep(10000);
 }
 

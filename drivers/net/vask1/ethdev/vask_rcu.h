@@ -20,8 +20,12 @@
 #include <rte_branch_prediction.h>
 #include <rte_rcu_qsbr.h>
 
-/** Whether bursts fence themselves. */
-extern std::atomic<bool> vask_rcu_bursts_fence;
+/** Each burst reads it: a cache line that nobody writes. */
+struct alignas(RTE_CACHE_LINE_SIZE) vask_rcu_mode {
+	std::atomic<bool> bursts_fence; /* they fence themselves */
+};
+
+extern struct vask_rcu_mode vask_rcu_mode;
 
 /** A variable for threads 0..n-1, all off line; null when memory is short. To be freed with rte_free(). */
 struct rte_rcu_qsbr *vask_rcu_create(uint32_t n);
@@ -35,7 +39,7 @@ vask_rcu_online(struct rte_rcu_qsbr *rcu, unsigned int thread)
 
 	__atomic_store_n(&rcu->qsbr_cnt[thread].cnt, token, __ATOMIC_RELAXED);
 	__atomic_signal_fence(__ATOMIC_SEQ_CST);
-	if (unlikely(vask_rcu_bursts_fence.load(std::memory_order_relaxed)))
+	if (unlikely(vask_rcu_mode.bursts_fence.load(std::memory_order_relaxed)))
 		__atomic_thread_fence(__ATOMIC_SEQ_CST);
 }
 

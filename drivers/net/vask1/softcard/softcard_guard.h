@@ -28,13 +28,20 @@ struct softcard_guard {
 	std::atomic<bool> shared; /* bursts lock meters */
 };
 
+/** Takes a lock if it is free. One that is not stays in its holder's cache. */
+static inline bool
+softcard_guard_trytake(rte_spinlock_t &lock)
+{
+	return rte_spinlock_is_locked(&lock) == 0 && rte_spinlock_trylock(&lock) != 0;
+}
+
 /** Waits for a lock that may be held by a thread which lost its core, perhaps to us, and takes it. */
 static __rte_noinline void
 softcard_guard_wait(rte_spinlock_t &lock)
 {
 	constexpr int SPINS = 1000; /* a few times what a burst takes */
 
-	for (int i = 0; !rte_spinlock_trylock(&lock); i++)
+	for (int i = 0; !softcard_guard_trytake(lock); i++)
 		if (i < SPINS)
 			rte_pause();
 		else
@@ -45,7 +52,7 @@ softcard_guard_wait(rte_spinlock_t &lock)
 static inline void
 softcard_guard_take(rte_spinlock_t &lock)
 {
-	if (unlikely(!rte_spinlock_trylock(&lock)))
+	if (unlikely(!softcard_guard_trytake(lock)))
 		softcard_guard_wait(lock);
 }
 

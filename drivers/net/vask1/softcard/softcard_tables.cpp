@@ -3,8 +3,7 @@
 /* The card's power switch, and its engines' tables of profiles, policies, meter outputs and MTUs. */
 
 #include <cerrno>
-#include <cstdlib>
-#include <new>
+#include <sys/mman.h>
 
 #include <rte_malloc.h>
 
@@ -19,9 +18,10 @@ softcard_start()
 	if (softcard != nullptr)
 		return -EALREADY;
 
-	/* Most of the tables is never touched: leave them to the kernel's zero pages. */
-	void *memory = calloc(1, sizeof(struct softcard));
-	if (memory == nullptr)
+	/* Zero, and most of it is never touched, so that no memory stands behind it. */
+	void *memory = mmap(nullptr, sizeof(struct softcard), PROT_READ | PROT_WRITE,
+		MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+	if (memory == MAP_FAILED)
 		return -ENOMEM;
 	struct softcard *card = static_cast<struct softcard *>(memory);
 
@@ -31,7 +31,7 @@ softcard_start()
 			alignof(struct softcard_meter)));
 		if (engine.meters == nullptr) {
 			rte_free(card->engines[0].meters);
-			free(memory);
+			munmap(memory, sizeof(struct softcard));
 			return -ENOMEM;
 		}
 	}
@@ -47,7 +47,7 @@ softcard_stop()
 
 	for (auto &engine : softcard->engines)
 		rte_free(engine.meters);
-	free(softcard);
+	munmap(softcard, sizeof(struct softcard));
 	softcard = nullptr;
 	softcard_fault_clear();
 }
