@@ -185,13 +185,20 @@ bare_fill(const control_state &state)
 static void
 time_fill(benchmark::State &bench, const control_state &state)
 {
-	double bare = 0;
+	double bare = 0, bare_lines = 0;
 
 	control_port_attach(false);
 	control_setup({0, state.profiles, state.policies, false});
+	const unsigned int lines = control_log_lines(
+		[&] { control_meter_create(1, state.profiles, state.policies); });
+	rte_mtr_destroy(PORT, 1, nullptr);
 	for (auto _ : bench) {
 		bare += bare_fill(state);
-		const uint64_t start = now();
+		uint64_t start = now();
+		emit_lines(state.meters * lines);
+		bare_lines += seconds_since(start);
+
+		start = now();
 		for (uint32_t id = 1; id <= state.meters; id++)
 			control_meter_create(id, state.profiles, state.policies);
 		bench.SetIterationTime(seconds_since(start));
@@ -199,6 +206,7 @@ time_fill(benchmark::State &bench, const control_state &state)
 			rte_mtr_destroy(PORT, id, nullptr);
 	}
 	bench.counters["bare_ns"] = bare / bench.iterations() * 1e9;
+	bench.counters["lines_ns"] = bare_lines / bench.iterations() * 1e9;
 	control_teardown();
 }
 

@@ -8,8 +8,9 @@ import json
 import os
 import re
 import statistics
-import subprocess
 import sys
+
+import picture
 
 SUFFIX = re.compile(r"/(min_time:|iterations:|repeats:|manual_time|real_time|process_time).*")
 STATE = re.compile(r"^(.*)/meters:(\d+)/profiles:(\d+)/policies:(\d+)/(\w+)$")
@@ -49,11 +50,13 @@ class Figure:
         """The median of a counter."""
         return statistics.median(r[counter] for r in self.repetitions)
 
-    def nodes(self):
-        return sum(self.of(kind + "_nodes") for kind in ("meter", "profile", "policy"))
-
     def __str__(self):
         return f"{self.median:10.1f} [{self.low:10.1f} ..{self.high:10.1f}]"
+
+
+def nodes(repetition):
+    """Those that the walks of an operation visit."""
+    return sum(repetition[kind + "_nodes"] for kind in ("meter", "profile", "policy"))
 
 
 def natural(name):
@@ -102,29 +105,32 @@ class Control:
                 op, meters, profiles, policies, order = match.groups()
                 self.states[name] = (op, int(meters), int(profiles), int(policies), order)
 
-    def walk(self, meters, profiles, policies, order):
-        return self.figures[f"walk/meters:{meters}/profiles:{profiles}/policies:{policies}/{order}"].median
-
-    def walks(self, name):
-        """ns for the walks of the operation's lookups, timed in turn with it."""
-        return self.figures[name].of("walks_ns")
-
-    def lines(self, name):
-        """ns for its filtered log lines, likewise."""
-        return self.figures[name].of("lines_ns")
-
-    def small(self, name):
-        """ns for the call and its node, likewise."""
-        return self.figures[name].of("call_ns") + self.figures[name].of("memory_ns")
-
-    def budget(self, name):
-        """What the operation may cost."""
+    def budgets(self, name, port=False):
+        """What the operation may cost, in ns, in each repetition: what it is built on is timed in turn with it."""
         _, meters, *_ = self.states[name]
-        if meters == 4095 and self.figures[name].of("meter_nodes"):
-            return 1.1 * self.walks(name) + self.lines(name)
+        return [self.budget(meters, r) + (self.room(meters, r) if port else 0)
+                for r in self.figures[name].repetitions]
+
+    @staticmethod
+    def budget(meters, r):
+        """The module's own."""
+        if meters == 4095 and r["meter_nodes"]:
+            return 1.1 * r["walks_ns"] + r["lines_ns"]
         # walks of a node or two count among the small room
-        walks = 1.1 * self.walks(name) if meters > 1 or self.figures[name].nodes() > 3 else 0
-        return walks + self.lines(name) + self.small(name) + SMALL_ROOM
+        walks = 1.1 * r["walks_ns"] if meters > 1 or nodes(r) > 3 else 0
+        return walks + r["lines_ns"] + r["call_ns"] + r["memory_ns"] + SMALL_ROOM
+
+    @staticmethod
+    def room(meters, r):
+        """What a port may add: a walk of the meters, and PORT_ROOM."""
+        return (r["walks_ns"] / nodes(r) * meters if r["meter_nodes"] else 0) + PORT_ROOM
+
+    def row(self, name, budgets):
+        """The operation's line of the result."""
+        figure = self.figures[name]
+        shares = [time / budget for time, budget in zip(figure.times, budgets)]
+        return {"ns": figure.median, "least": figure.low, "most": figure.high, "budget": statistics.median(budgets),
+                "share": statistics.median(shares)}
 
     def operations(self):
         """Their names, in order; the benchmarks ran in random order."""
@@ -143,33 +149,36 @@ def print_control(title, control, verdicts):
     print(f"\n{title}: operations, ns: median [least .. most], what it may cost, share of that")
     rows = {}
     for name in control.operations():
-        figure, budget = control.figures[name], control.budget(name)
-        rows[name] = {"ns": figure.median, "least": figure.low, "most": figure.high, "budget": budget}
-        holds = figure.median <= budget
-        print(f"  {name:62} {figure} {budget:10.1f} {figure.median / budget:5.2f}{'' if holds else '  MISSED'}")
+        rows[name] = row = control.row(name, control.budgets(name))
+        print(f"  {name:62} {control.figures[name]} {row['budget']:10.1f} {row['share']:5.2f}"
+              f"{'' if row['share'] <= 1 else '  MISSED'}")
     for meters in (1, 4095):
         of = [n for n in rows if control.states[n][1] == meters]
-        bad = [n for n in of if rows[n]["ns"] > rows[n]["budget"]]
+        bad = [n for n in of if rows[n]["share"] > 1]
         verdicts.add(not bad, f"{title}: {len(of) - len(bad)} of {len(of)} operations at {meters} meters within "
-                     "their budget" + ("; over it: " + ", ".join(bad) if bad else ""))
+                     "their budget" + over_it(bad, rows))
     print_fill(title, control, verdicts, rows)
     return rows
+
+
+def over_it(names, rows):
+    """Says by how much."""
+    return "; over it: " + ", ".join(f"{name} ({rows[name]['share']:.3f})" for name in names) if names else ""
 
 
 def print_fill(title, control, verdicts, rows):
     state = "/meters:4095/profiles:1/policies:1/in_order"
     if "fill" + state not in control.figures:
         return
-    fill = control.figures["fill" + state]
-    bare, lines = fill.of("bare_ns"), 4095 * control.lines("create" + state)
-    ratio = fill.median / (bare + lines)
-    rows["fill"] = {"ns": fill.median, "least": fill.low, "most": fill.high, "budget": 1.2 * (bare + lines)}
-    text = (f"{title}: filling with 4095 meters {fill.median / 1e6:.2f} ms, {ratio:.2f} of its walks, log lines and "
-            f"allocations ({bare / 1e6:.2f} + {lines / 1e6:.2f} ms); at most 1.20")
-    verdicts.add(ratio <= 1.2, text)
+    bare, lines = (control.figures["fill" + state].of(counter) for counter in ("bare_ns", "lines_ns"))
+    rows["fill"] = row = control.row(
+        "fill" + state, [1.2 * (r["bare_ns"] + r["lines_ns"]) for r in control.figures["fill" + state].repetitions])
+    text = (f"{title}: filling with 4095 meters {row['ns'] / 1e6:.2f} ms, {1.2 * row['share']:.2f} of its walks, log "
+            f"lines and allocations ({bare / 1e6:.2f} + {lines / 1e6:.2f} ms); at most 1.20")
+    verdicts.add(row["share"] <= 1, text)
     empty = control.figures["empty" + state]
-    rows["empty"] = {"ns": empty.median, "least": empty.low, "most": empty.high, "budget": None}
-    print(f"  {'fill with 4095 meters':62} {fill}\n  {'empty of 4095 meters':62} {empty}")
+    rows["empty"] = {"ns": empty.median, "least": empty.low, "most": empty.high}
+    print(f"  {'fill with 4095 meters':62} {control.figures['fill' + state]}\n  {'empty of 4095 meters':62} {empty}")
 
 
 def print_port(port, module, verdicts):
@@ -177,23 +186,21 @@ def print_port(port, module, verdicts):
     port.bases("through the port")
     print("\nthrough the port: operations, ns: median [least .. most], what it may cost, share of that, and what the "
           "port adds to the module alone")
-    rows, over, within = {}, [], 0
+    rows, within = {}, 0
     for name in port.operations():
         if name not in module.figures or not module.figures[name].times:
             continue
-        _, meters, _, _, order = port.states[name]
-        room = (port.walk(meters, 1, 1, order) if meters and port.figures[name].of("meter_nodes") else 0) + PORT_ROOM
-        figure, budget = port.figures[name], port.budget(name) + room
+        figure = port.figures[name]
+        rows[name] = row = port.row(name, port.budgets(name, port=True))
         added = figure.median - module.figures[name].median
-        rows[name] = {"ns": figure.median, "least": figure.low, "most": figure.high, "budget": budget}
-        if figure.median > budget:
-            over.append(name)
+        room = statistics.median(port.room(port.states[name][1], r) for r in figure.repetitions)
         within += added <= room
-        print(f"  {name:62} {figure} {budget:10.1f} {figure.median / budget:5.2f} {added:+10.1f}"
-              f"{'' if figure.median <= budget else '  MISSED'}")
+        print(f"  {name:62} {figure} {row['budget']:10.1f} {row['share']:5.2f} {added:+10.1f}"
+              f"{'' if row['share'] <= 1 else '  MISSED'}")
     print(f"  added at most a walk and {PORT_ROOM} ns to what the module alone took: {within} of {len(rows)}")
-    verdicts.add(not over, f"through the port: {len(rows) - len(over)} of {len(rows)} operations within the module's "
-                 f"budget, a walk and {PORT_ROOM} ns" + ("; over it: " + ", ".join(over) if over else ""))
+    bad = [name for name in rows if rows[name]["share"] > 1]
+    verdicts.add(not bad, f"through the port: {len(rows) - len(bad)} of {len(rows)} operations within the module's "
+                 f"budget, a walk and {PORT_ROOM} ns" + over_it(bad, rows))
     print_fill("through the port", port, verdicts, rows)
     return rows
 
@@ -282,54 +289,17 @@ def compare(result, baseline):
     """Lines for the times whose ratio to what they are held against moved."""
     print("\ntimes against the baseline, each as a ratio to what it is held against in its own run")
     moved = 0
-    for part, key in (("control", "budget"), ("port", "budget"), ("packets", "of_plain")):
+    for part, key in (("control", "share"), ("port", "share"), ("packets", "of_plain")):
         for name, row in result.get(part, {}).items():
             old = baseline.get(part, {}).get(name)
             if not old or not row.get(key) or not old.get(key):
                 continue
-            ratios = [r["ns"] / r["budget"] if key == "budget" else 1 / r["of_plain"] for r in (row, old)]
+            ratios = [r[key] if key == "share" else 1 / r[key] for r in (row, old)]
             change = ratios[0] / ratios[1] - 1
             if abs(change) > DRIFT:
                 moved += 1
                 print(f"  {part}: {name:62} {ratios[1]:.2f} -> {ratios[0]:.2f} ({change:+.0%})")
     print(f"  {moved} moved by more than {DRIFT:.0%}")
-
-
-def draw(path, control, packets):
-    """How cost grows: operations with the number of meters, packets with the number of meters and rules."""
-    blocks, plots = [], []
-
-    def block(points):
-        blocks.append("$d%d << E\n%s\nE" % (len(blocks), "\n".join(f"{x} {y}" for x, y in sorted(points))))
-        return f"$d{len(blocks) - 1}"
-
-    script = ["set terminal svg size 1100,480 font 'sans,12' background 'white'", f"set output '{path}'",
-              "set multiplot layout 1,2", "set grid", "set logscale x", "set key left top"]
-    wanted = ("walk", "create", "destroy", "meter_enable", "meter_profile_update", "stats_read")
-    for op in wanted if control else ():
-        points = [(s[1], control.figures[n].median) for n, s in control.states.items()
-                  if s[0] == op and s[1] and s[2:] == (1, 1, "in_order")]
-        if points:
-            plots.append(f"{block(points)} with linespoints title '{op}' noenhanced")
-    first = list(plots)
-    plots = []
-    points = [(int(n.split("/")[2]), row["ns"]) for n, row in packets.items()
-              if re.fullmatch(r"vask1/rx/\d+/green", n)]
-    if points:
-        plots.append(f"{block(points)} with linespoints title 'net\\_vask1, receive, all green'")
-        for name in ("null/plain", "null/rte_meter", "vask1/no_rule"):
-            if name in packets:
-                level = [(x, packets[name]["ns"]) for x, _ in points]
-                plots.append(f"{block(level)} with lines title '{name}' noenhanced")
-    script += blocks
-    if first:
-        script += ["set title 'control path: the module alone'", "set xlabel 'meters'", "set ylabel 'ns an operation'",
-                   "set logscale y", "plot " + ", ".join(first), "unset logscale y"]
-    if plots:
-        script += ["set title 'packet path: one core, 64 bytes'", "set xlabel 'meters and rules'",
-                   "set ylabel 'ns a packet'", "set yrange [0:*]", "plot " + ", ".join(plots)]
-    script.append("unset multiplot")
-    subprocess.run(["gnuplot"], input="\n".join(script), text=True, check=True)
 
 
 def main():
@@ -377,7 +347,7 @@ def main():
         json.dump(result, file, indent=1, sort_keys=True)
         file.write("\n")
     if args.picture and module and args.packets:
-        draw(args.picture, module, result["packets"])
+        picture.draw(args.picture, module, result["packets"])
         print(f"\npicture: {args.picture}")
     if verdicts.lines:
         print("\nwhat should hold")

@@ -10,8 +10,8 @@
 #include <rte_errno.h>
 #include <rte_mtr.h>
 
-#include "softcard_view.h"
 #include "rte_pmd_net_vask1.h"
+#include "softcard_view.h"
 #include "vask_p4_meter.h"
 
 using namespace vask_test;
