@@ -20,19 +20,26 @@ extern "C" {
 /** The driver's log type, "pmd.net.vask1"; registered by the driver at start-up. */
 extern int vask_p4_logtype;
 
+/**
+ * rte_log() itself, without its attribute: what calls a cold function is moved out of line and optimised for size,
+ * and each operation of the driver logs on its way.
+ */
+int vask_p4_log(uint32_t level, uint32_t logtype, const char *format, ...) __asm__("rte_log")
+	__rte_format_printf(3, 4);
+
 #ifdef __cplusplus
 }
 #endif
 
 /** A line that begins with the name of the function that stands around the call. */
 #define VASK_P4_LOG(level, ...) \
-	rte_log(RTE_LOG_##level, vask_p4_logtype, \
+	vask_p4_log(RTE_LOG_##level, vask_p4_logtype, \
 		RTE_FMT("[offload_smartnic] %s " RTE_FMT_HEAD(__VA_ARGS__, ) "\n", __func__, \
 			RTE_FMT_TAIL(__VA_ARGS__, )))
 
 /** A line of a record's dump: no function name. */
 #define VASK_P4_LOG_DUMP(level, ...) \
-	rte_log(RTE_LOG_##level, vask_p4_logtype, \
+	vask_p4_log(RTE_LOG_##level, vask_p4_logtype, \
 		RTE_FMT("[offload_smartnic]*" RTE_FMT_HEAD(__VA_ARGS__, ) "\n", \
 			RTE_FMT_TAIL(__VA_ARGS__, )))
 
