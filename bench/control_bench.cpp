@@ -124,6 +124,7 @@ time_operation(benchmark::State &bench, const operation &op, const control_state
 {
 	control_port_attach(false);
 	control_setup(state);
+	const instructions_heap heap;
 	op.before(state);
 	const walks visits = op.visits(state);
 	const unsigned int lines = control_log_lines([&] { op.call(state); });
@@ -189,8 +190,8 @@ time_fill(benchmark::State &bench, const control_state &state)
 
 	control_port_attach(false);
 	control_setup({0, state.profiles, state.policies, false});
-	const unsigned int lines = control_log_lines(
-		[&] { control_meter_create(1, state.profiles, state.policies); });
+	const unsigned int lines =
+		control_log_lines([&] { control_meter_create(1, state.profiles, state.policies); });
 	rte_mtr_destroy(PORT, 1, nullptr);
 	for (auto _ : bench) {
 		bare += bare_fill(state);

@@ -11,7 +11,10 @@
  */
 
 #include <cstdint>
+#include <cstdlib>
+#include <malloc.h>
 #include <string>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 #include <valgrind/callgrind.h>
@@ -35,6 +38,34 @@ instructions_dump(const std::string &name, uint64_t items)
 
 	CALLGRIND_DUMP_STATS_AT(text.c_str());
 }
+
+/**
+ * While instructions are counted, takes all that the heap has lying about, for the time of a scope: what an allocation
+ * costs depends on what others have left there. Those that are counted come from behind all others.
+ */
+class instructions_heap
+{
+      public:
+	instructions_heap()
+	{
+		if (!instructions_counted())
+			return;
+		blocks_.reserve(1 << 20);
+		while (mallinfo2().ordblks > 1 && blocks_.size() < blocks_.capacity())
+			for (int i = 0; i < 64; i++)
+				blocks_.push_back(calloc(1, 1));
+	}
+	~instructions_heap()
+	{
+		for (void *block : blocks_)
+			free(block);
+	}
+	instructions_heap(const instructions_heap &) = delete;
+	instructions_heap &operator=(const instructions_heap &) = delete;
+
+      private:
+	std::vector<void *> blocks_;
+};
 
 /** So many repetitions that a median says something, or, when instructions are counted, one short one. */
 static inline void
