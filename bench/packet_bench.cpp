@@ -92,14 +92,15 @@ class control_thread
 		paused_ = false;
 		paused_.notify_one();
 		thread_.join();
-		return good_ && changes_ >= 0.95 * PER_SECOND * active_.count();
+		return good_ && changes_ >= 0.95 * PER_SECOND * active_.count() &&
+			changes_ <= 1.05 * PER_SECOND * active_.count() + 10;
 	}
 
       private:
 	void run(uint16_t port, uint32_t meter)
 	{
 		constexpr std::chrono::nanoseconds interval(1000000000 / PER_SECOND);
-		std::chrono::steady_clock::time_point next;
+		auto next = std::chrono::steady_clock::now();
 		cpu_set_t cpus;
 
 		CPU_ZERO(&cpus);

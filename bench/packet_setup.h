@@ -38,7 +38,7 @@ struct packet_load {
 	enum packet_work work;
 };
 
-/** Starts DPDK with two plain net_null ports and three net_vask1 ports over others, the last with clock=capture. */
+/** Starts DPDK with three plain net_null ports and three net_vask1 ports over others, the last with clock=capture. */
 void packet_eal_init();
 
 /** A pair of ports: packets go from one to the other. */

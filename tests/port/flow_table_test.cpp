@@ -158,8 +158,32 @@ TEST(FlowTable, WhatABurstMaySeeIsKeptUntilItEnds)
 	tables.Add(UdpRule().Meter(8));
 	EXPECT_EQ(retired(), 3u);
 	rte_rcu_qsbr_thread_offline(tables.port.rcu, 3);
-	tables.Remove(tables.Add(Rule().Ipv6().Meter(7)));
-	EXPECT_EQ(retired(), 0u);
+	rte_flow *other = tables.Add(Rule().Ipv6().Meter(7));
+	/* the view from before the last rule */
+	EXPECT_EQ(retired(), 1u);
+
+	tables.Remove(other);
+	EXPECT_EQ(retired(), state->n_retired);
+}
+
+TEST(FlowTable, RulesThatHaveGoneAreFreedTogether)
+{
+	Tables tables;
+	const vask_flow_state *state = tables.port.flow[VASK_P4_MEP_INGRESS];
+	std::vector<rte_flow *> rules;
+
+	/* one after the other with the same pattern: each is retired alone */
+	for (uint32_t n = 0; n < 200; n++)
+		rules.push_back(tables.Add(UdpRule().Meter(9)));
+	for (uint32_t n = 0; n < 63; n++)
+		tables.Remove(rules[n]);
+	EXPECT_EQ(state->n_retired, 63u);
+	tables.Remove(rules[63]);
+	EXPECT_EQ(state->n_retired, 0u);
+	tables.Remove(rules[64]);
+	EXPECT_EQ(state->n_retired, 1u);
+	rules.push_back(tables.Add(UdpRule().Meter(9)));
+	EXPECT_EQ(state->n_retired, 0u);
 }
 
 TEST(FlowTable, QueueAndDropAreTheVerdictOfThePacketsTheyMatch)

@@ -25,7 +25,7 @@ class Rcu : public ::testing::Test
 	bool Passed(uint64_t token)
 	{
 		vask_rcu_fence();
-		return rte_rcu_qsbr_check(rcu_.get(), token, false) == 1;
+		return vask_rcu_passed(rcu_.get(), token, false);
 	}
 
 	const std::unique_ptr<rte_rcu_qsbr, void (*)(void *)> rcu_{

@@ -18,17 +18,19 @@ class KeepCpus
       public:
 	KeepCpus()
 	{
-		sched_getaffinity(0, sizeof(cpus_), &cpus_);
+		known_ = sched_getaffinity(0, sizeof(cpus_), &cpus_) == 0;
 	}
 	~KeepCpus()
 	{
-		sched_setaffinity(0, sizeof(cpus_), &cpus_);
+		if (known_)
+			sched_setaffinity(0, sizeof(cpus_), &cpus_);
 	}
 	KeepCpus(const KeepCpus &) = delete;
 	KeepCpus &operator=(const KeepCpus &) = delete;
 
       private:
 	cpu_set_t cpus_;
+	bool known_;
 };
 
 } // namespace vask_test

@@ -18,20 +18,25 @@ retire(struct vask_flow_state *state, struct vask_flow_retired *retired,
 	retired->release = release;
 	retired->token = rte_rcu_qsbr_start(state->rcu);
 	STAILQ_INSERT_TAIL(&state->retired, retired, next);
+	state->n_retired++;
 }
 
-/* Frees what no packet can see any more, oldest first: a tuple goes after the rules that left it. */
+/*
+ * Frees what no packet can see any more, oldest first: a tuple goes after the rules that left it. Waits until so much
+ * is there, because to ask interrupts those who bring packets.
+ */
 static void
-reclaim(struct vask_flow_state *state)
+reclaim(struct vask_flow_state *state, uint32_t least)
 {
 	struct vask_flow_retired *oldest;
 
-	if (STAILQ_EMPTY(&state->retired))
+	if (state->n_retired < least)
 		return;
 	vask_rcu_fence();
 	while ((oldest = STAILQ_FIRST(&state->retired)) != nullptr &&
-		rte_rcu_qsbr_check(state->rcu, oldest->token, false) == 1) {
+		vask_rcu_passed(state->rcu, oldest->token, false)) {
 		STAILQ_REMOVE_HEAD(&state->retired, next);
+		state->n_retired--;
 		oldest->release(oldest);
 	}
 }
@@ -283,7 +288,7 @@ vask_flow_insert(struct rte_flow *rule)
 	struct vask_flow_tuple *tuple = find_tuple(state, &rule->spec.mask);
 	int rc;
 
-	reclaim(state);
+	reclaim(state, 1); /* a rule may need the place of one that is gone */
 	rule->rank =
 		static_cast<uint64_t>(rule->spec.priority) << RANK_AGE_BITS | state->next_age++;
 	rc = tuple == nullptr ? insert_first(state, rule) : insert_into(state, tuple, rule);
@@ -348,5 +353,5 @@ vask_flow_remove(struct rte_flow *rule)
 		else
 			TAILQ_INSERT_TAIL(&state->tuples, tuple, next);
 	}
-	reclaim(state);
+	reclaim(state, 64);
 }

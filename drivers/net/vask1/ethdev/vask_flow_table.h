@@ -43,6 +43,7 @@ struct vask_flow_state {
 	struct vask_flow_list rules;        /* in the order of creation */
 	struct vask_flow_tuple_list tuples; /* best rank first */
 	STAILQ_HEAD(, vask_flow_retired) retired;
+	uint32_t n_retired;
 	uint32_t n_meter_rules;
 	uint64_t next_age;
 };

@@ -11,6 +11,7 @@
  */
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <sys/queue.h>
 
@@ -38,7 +39,7 @@ struct vask_port {
 	struct rte_eth_dev_data *data;
 	struct rte_ether_addr mac;
 	struct vask_args args;
-	/* from the uplink's burst_id to the clock's tsc_mult: what bursts read, on one line, see below */
+	/* what bursts read, but for the number of the port, is on one line: uplink.burst_id to clock.tsc_mult */
 	alignas(RTE_CACHE_LINE_SIZE) struct vask_uplink uplink;
 	/**
 	 * Readers of what control calls replace: a queue is on line for the time of a burst, receive queue q

@@ -20,8 +20,8 @@ vask_queue_handover_open(struct vask_queue *q)
 		return 0;
 
 	const ssize_t size = rte_ring_get_memsize(HANDOVER_PACKETS);
-	struct rte_ring *ring = static_cast<struct rte_ring *>(
-		rte_zmalloc("vask_handover", static_cast<size_t>(size), RTE_CACHE_LINE_SIZE));
+	struct rte_ring *ring = static_cast<struct rte_ring *>(rte_zmalloc_socket(
+		"vask_handover", static_cast<size_t>(size), RTE_CACHE_LINE_SIZE, q->socket));
 
 	if (ring == nullptr ||
 		rte_ring_init(ring, "vask_handover", HANDOVER_PACKETS, RING_F_SC_DEQ) != 0) {
@@ -60,6 +60,7 @@ vask_queue_create(
 	q->reader = dir == VASK_P4_MEP_INGRESS ? id : VASK_QUEUES_MAX + id;
 	q->port_id = port->data->port_id;
 	q->pool = pool;
+	q->socket = socket;
 	if (enforce)
 		q->shaper = softcard_queue_create(
 			dir, vask_port_sfi(port), SOFTCARD_QUEUE_DEFAULT, static_cast<int>(socket));

@@ -35,10 +35,10 @@ enum vask_counter {
 };
 
 struct vask_queue {
-	/* what every burst comes by stands first, on one line with the packets and bytes counted */
+	/* what every burst comes by stands first, with the packets and bytes counted on one line */
 	struct vask_port *port;
 	struct softcard_queue *shaper; /* null unless shapers are enforced */
-	/** Receive: packets that rules or RSS send here from other queues; null while there is no other. */
+	/** Receive: packets that rules or RSS send here from other queues; null until there are others. */
 	struct rte_ring *handover;
 	struct rte_mempool *pool; /* receive */
 	int dir;                  /* VASK_P4_MEP_INGRESS: receive */
@@ -59,6 +59,7 @@ struct vask_queue {
 	struct vask_flow_verdict verdict;
 	/** What was counted at the last reset; control path only. */
 	uint64_t base[VASK_COUNTS];
+	unsigned int socket; /* where its memory lies */
 };
 static_assert(offsetof(struct vask_queue, counters[VASK_BYTES]) + sizeof(uint64_t) <=
 	RTE_CACHE_LINE_MIN_SIZE);

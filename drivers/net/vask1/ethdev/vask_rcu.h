@@ -43,8 +43,17 @@ vask_rcu_online(struct rte_rcu_qsbr *rcu, unsigned int thread)
 		__atomic_thread_fence(__ATOMIC_SEQ_CST);
 }
 
-/** Fences all bursts. To be called before rte_rcu_qsbr_check() asks for tokens started until now. Control path. */
+/**
+ * Fences all bursts, which interrupts each processor that runs a thread of the process. To be called before
+ * vask_rcu_passed() asks for tokens started until now. Control path.
+ */
 void vask_rcu_fence();
+
+/**
+ * Whether the bursts that were under way at a token have ended; or waits until they have. Unlike
+ * rte_rcu_qsbr_check() it looks at every thread: what that remembers of one writer's look may be wrong for another.
+ */
+bool vask_rcu_passed(const struct rte_rcu_qsbr *rcu, uint64_t token, bool wait);
 
 /** Returns when every burst that was under way has ended. Not to be called from a burst. */
 void vask_rcu_synchronize(struct rte_rcu_qsbr *rcu);

@@ -174,7 +174,8 @@ vask_p4_meter_create(struct rte_eth_dev *dev, uint32_t meter_id, struct rte_mtr_
 	else if (params->stats_mask & STATS_MASK_TX)
 		dir = VASK_P4_METER_REQUEST_TX;
 
-	rte_log(RTE_LOG_DEBUG, vask_p4_logtype, "[offload_smartnic]create meter, dir: %#x\n", dir);
+	vask_p4_log(
+		RTE_LOG_DEBUG, vask_p4_logtype, "[offload_smartnic]create meter, dir: %#x\n", dir);
 	return vask_p4_meter_inst_create(dev, meter_id, params, 1, use_ori_pkt, error, dir);
 }
 
