@@ -472,7 +472,8 @@ Classify(const vask_port &port, const std::vector<rte_mbuf *> &pkts, uint16_t qu
 	burst.n = pkts.size();
 	std::copy(pkts.begin(), pkts.end(), burst.pkts);
 	vask_rcu_online(port.rcu, thread);
-	vask_flow_classify(&port, queue, dir, &burst, &said);
+	vask_flow_classify(
+		&port, softcard_port_of(vask_port_sfi(&port)), queue, dir, &burst, &said);
 	rte_rcu_qsbr_thread_offline(port.rcu, thread);
 	for (size_t i = 0; i < pkts.size(); i++) {
 		verdict.hw_meter_id[i] = said.metered ? burst.hw_meter_id[i] : 0;

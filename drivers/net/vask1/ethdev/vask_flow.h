@@ -41,16 +41,18 @@ struct vask_flow_verdict {
 /**
  * Whether a direction has no rule and no meter. A queue that finds it so may let a burst pass as it is.
  *
+ * @param card        the port as the card knows it.
  * @param port_meter  receives the hardware meter that takes what no rule meters, 0 for none.
  */
 static inline bool
-vask_flow_idle(const struct vask_port *port, int dir, uint32_t *port_meter)
+vask_flow_idle(const struct vask_port *port, const struct softcard_port *card, int dir,
+	uint32_t *port_meter)
 {
 	const struct vask_flow_state *state = port->flow[dir];
 
 	*port_meter = state->metering.load(std::memory_order_relaxed)
 		? 0
-		: softcard_port_meter(dir, vask_port_sfi(port));
+		: card->meter[dir].load(std::memory_order_relaxed);
 	return *port_meter == 0 && state->view.load(std::memory_order_relaxed) == nullptr;
 }
 
@@ -74,17 +76,18 @@ vask_flow_prefetch(const struct vask_port *port, int dir, const struct softcard_
  * For the time of the call, and until the caller has used the verdict, the queue is on line in port->rcu.
  * Takes no lock, and writes nothing that another queue writes.
  *
+ * @param card   the port as the card knows it.
  * @param queue  the receive or transmit queue, 0..VASK_QUEUES_MAX-1.
  * @param dir    VASK_P4_MEP_INGRESS or VASK_P4_MEP_EGRESS.
  */
 static inline void
-vask_flow_classify(const struct vask_port *port, uint16_t queue, int dir,
-	struct softcard_burst *burst, struct vask_flow_verdict *out)
+vask_flow_classify(const struct vask_port *port, const struct softcard_port *card, uint16_t queue,
+	int dir, struct softcard_burst *burst, struct vask_flow_verdict *out)
 {
 	uint32_t port_meter;
 
 	*out = {};
-	if (likely(vask_flow_idle(port, dir, &port_meter)))
+	if (likely(vask_flow_idle(port, card, dir, &port_meter)))
 		return;
 	out->metered = true;
 	for (uint16_t i = 0; i < burst->n; i++)

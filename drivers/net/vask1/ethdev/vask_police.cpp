@@ -60,7 +60,7 @@ vask_police(struct vask_queue *q)
 	vask_clock_stamp(&q->port->clock, b->pkts, n, b->now_ns);
 	memset(b->taken_off, 0, n * sizeof(b->taken_off[0]));
 
-	vask_flow_classify(q->port, q->id, q->dir, b, v);
+	vask_flow_classify(q->port, q->card, q->id, q->dir, b, v);
 	for (uint16_t i = 0; strip_vlan && i < n; i++)
 		b->taken_off[i] = strip(q, &b->pkts[i]);
 	if (q->leave_times)

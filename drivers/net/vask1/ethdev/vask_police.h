@@ -18,8 +18,8 @@ vask_police_idle(const struct vask_queue *q)
 
 	return !q->leave_times && q->shaper == nullptr && !q->port->clock.capture &&
 		!q->strip_vlan.load(std::memory_order_relaxed) &&
-		vask_flow_idle(q->port, q->dir, &port_meter) &&
-		softcard_port_mtu(vask_port_sfi(q->port)) == 0;
+		vask_flow_idle(q->port, q->card, q->dir, &port_meter) &&
+		q->card->mtu.load(std::memory_order_relaxed) == 0;
 }
 
 /**

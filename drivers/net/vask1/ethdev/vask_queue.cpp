@@ -55,6 +55,7 @@ vask_queue_create(
 
 	struct vask_queue *q = new (memory) vask_queue();
 	q->port = port;
+	q->card = softcard_port_of(vask_port_sfi(port));
 	q->dir = dir;
 	q->id = id;
 	q->reader = dir == VASK_P4_MEP_INGRESS ? id : VASK_QUEUES_MAX + id;

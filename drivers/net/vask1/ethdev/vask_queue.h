@@ -40,8 +40,8 @@ struct vask_queue {
 	struct softcard_queue *shaper; /* null unless shapers are enforced */
 	/** Receive: packets that rules or RSS send here from other queues; null until there are others. */
 	struct rte_ring *handover;
-	struct rte_mempool *pool; /* receive */
-	int dir;                  /* VASK_P4_MEP_INGRESS: receive */
+	const struct softcard_port *card; /* the port as the card knows it */
+	int dir;                          /* VASK_P4_MEP_INGRESS: receive */
 	uint16_t id;
 	uint16_t reader; /* thread of the port's rcu */
 	uint16_t port_id;
@@ -59,7 +59,8 @@ struct vask_queue {
 	struct vask_flow_verdict verdict;
 	/** What was counted at the last reset; control path only. */
 	uint64_t base[VASK_COUNTS];
-	unsigned int socket; /* where its memory lies */
+	unsigned int socket;      /* where its memory lies */
+	struct rte_mempool *pool; /* receive */
 };
 static_assert(offsetof(struct vask_queue, counters[VASK_BYTES]) + sizeof(uint64_t) <=
 	RTE_CACHE_LINE_MIN_SIZE);

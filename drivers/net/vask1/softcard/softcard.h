@@ -14,6 +14,7 @@
  * to be written at most. A control write becomes visible to packets as a whole record.
  */
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -62,16 +63,21 @@ int softcard_meter_inst_write(
 /** Clears an engine's meter instance, counters included. Results as of softcard_meter_inst_write(). */
 int softcard_meter_inst_clear(int dir, uint32_t hw_meter_id);
 
-/**
- * The hardware meter bound to a port's whole traffic in one direction, or 0.
- *
- * Ingress: the meter output that the engine holds for the port. Egress: metering_info0 of the port's
- * transmit input-port entry. One relaxed load; safe from any thread.
- */
-uint32_t softcard_port_meter(int dir, uint16_t port_sfi);
+/** What the card does with all the packets of a source port. Any thread may load it, each burst does. */
+struct alignas(uint64_t) softcard_port {
+	/**
+	 * The hardware meter bound to the port's whole traffic in each direction, or 0. Ingress: the meter output
+	 * that the engine holds for the port. Egress: metering_info0 of the port's transmit input-port entry.
+	 */
+	std::atomic<uint16_t> meter[SOFTCARD_ENGINES];
+	std::atomic<uint16_t> mtu; /* bytes, 0: never written */
+};
 
-/** The MTU that was written for a port, in bytes, or 0. One relaxed load; safe from any thread. */
-uint32_t softcard_port_mtu(uint16_t port_sfi);
+/** A source port, to be read until the card goes down; null while it is down, or past the table. */
+const struct softcard_port *softcard_port_of(uint16_t port_sfi);
+
+/** The hardware meter bound to a port's whole traffic in one direction, or 0. Safe from any thread. */
+uint32_t softcard_port_meter(int dir, uint16_t port_sfi);
 
 /**
  * Forgets what the tables hold for a source port that is gone: meter outputs, MTU, transmit input-port entry

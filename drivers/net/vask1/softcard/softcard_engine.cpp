@@ -213,18 +213,11 @@ softcard_meter_burst(int dir, struct softcard_burst *burst)
 	return drop_mask;
 }
 
-uint32_t
-softcard_port_mtu(uint16_t port_sfi)
-{
-	if (softcard_engine_check(VASK_P4_MEP_INGRESS, port_sfi, SOFTCARD_PORTS) != 0)
-		return 0;
-	return softcard->mtus[port_sfi].load(std::memory_order_relaxed);
-}
-
 uint64_t
 softcard_mtu_burst(uint16_t port_sfi, const struct softcard_burst *burst)
 {
-	const uint32_t mtu = softcard_port_mtu(port_sfi);
+	const struct softcard_port *port = softcard_port_of(port_sfi);
+	const uint32_t mtu = port == nullptr ? 0 : port->mtu.load(std::memory_order_relaxed);
 	if (mtu == 0)
 		return 0;
 

@@ -132,19 +132,15 @@ struct softcard_engine {
 	std::array<struct softcard_profile, SOFTCARD_PROFILES> profiles;
 	std::array<struct softcard_policy, SOFTCARD_POLICIES> policies;
 	std::array<struct softcard_inst, SOFTCARD_METERS> insts;
-	/* each burst reads the two below: apart from what control calls write */
-	alignas(RTE_CACHE_LINE_SIZE)
-		std::array<std::atomic<uint16_t>, SOFTCARD_PORTS> outputs; /* meter of each port */
-	struct softcard_meter *meters;                                     /* SOFTCARD_METERS */
-	alignas(RTE_CACHE_LINE_SIZE) struct softcard_guard guard;          /* of the meters */
+	/* each burst reads it: apart from what control calls write */
+	alignas(RTE_CACHE_LINE_SIZE) struct softcard_meter *meters; /* SOFTCARD_METERS */
+	alignas(RTE_CACHE_LINE_SIZE) struct softcard_guard guard;   /* of the meters */
 };
 
 struct softcard_pipeline {
 	std::array<struct qorn_meter_profile_table, SOFTCARD_PIPELINE_ENTRIES> profiles;
 	std::array<struct qorn_meter_table, SOFTCARD_PIPELINE_ENTRIES> meters;
 	std::array<struct qorn_input_port_table_result_tx, SOFTCARD_PORTS> tx_ports;
-	/* their metering_info0; each burst reads one */
-	alignas(RTE_CACHE_LINE_SIZE) std::array<std::atomic<uint16_t>, SOFTCARD_PORTS> tx_meters;
 };
 
 /**
@@ -168,8 +164,8 @@ struct softcard {
 	struct softcard_pipeline pipeline;
 	std::array<struct softcard_shaper, SOFTCARD_PORTS> port_shapers;
 	struct softcard_shaper isch_shaper;
-	/* bytes, 0: never written; each burst reads one */
-	alignas(RTE_CACHE_LINE_SIZE) std::array<std::atomic<uint16_t>, SOFTCARD_PORTS> mtus;
+	/* each burst reads one: apart from what control calls write */
+	alignas(RTE_CACHE_LINE_SIZE) std::array<struct softcard_port, SOFTCARD_PORTS> ports;
 };
 
 /** The card, or null while it is down. */

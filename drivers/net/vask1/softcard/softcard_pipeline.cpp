@@ -56,7 +56,9 @@ softcard_tx_port_write(uint32_t source_port, const struct qorn_input_port_table_
 		return rc;
 
 	softcard->pipeline.tx_ports[source_port] = *result;
-	softcard->pipeline.tx_meters[source_port].store(
-		result->metering_info0, std::memory_order_relaxed);
+	/* it has 16 bits, and may name no meter */
+	softcard->ports[source_port].meter[VASK_P4_MEP_EGRESS].store(
+		result->metering_info0 < SOFTCARD_METERS ? result->metering_info0 : 0,
+		std::memory_order_relaxed);
 	return QORN_OK;
 }

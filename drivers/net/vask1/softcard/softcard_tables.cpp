@@ -132,7 +132,10 @@ softcard_output_write(int dir, uint32_t port_sfi, uint32_t hw_meter_id)
 	if (hw_meter_id >= SOFTCARD_METERS)
 		return -ERANGE;
 
-	softcard->engines[dir].outputs[port_sfi].store(hw_meter_id, std::memory_order_relaxed);
+	/* Outputs bind what is received; what a port transmits is bound by its pipeline entry. */
+	if (dir == VASK_P4_MEP_INGRESS)
+		softcard->ports[port_sfi].meter[dir].store(
+			static_cast<uint16_t>(hw_meter_id), std::memory_order_relaxed);
 	return 0;
 }
 
@@ -143,22 +146,24 @@ softcard_mtu_write(uint32_t port_sfi, uint16_t mtu)
 	if (rc != 0)
 		return rc;
 
-	softcard->mtus[port_sfi].store(mtu, std::memory_order_relaxed);
+	softcard->ports[port_sfi].mtu.store(mtu, std::memory_order_relaxed);
 	return 0;
+}
+
+const struct softcard_port *
+softcard_port_of(uint16_t port_sfi)
+{
+	return softcard_engine_check(VASK_P4_MEP_INGRESS, port_sfi, SOFTCARD_PORTS) == 0
+		? &softcard->ports[port_sfi]
+		: nullptr;
 }
 
 uint32_t
 softcard_port_meter(int dir, uint16_t port_sfi)
 {
-	if (softcard_engine_check(dir, port_sfi, SOFTCARD_PORTS) != 0)
-		return 0;
-
-	/* Outputs bind what is received; what a port transmits is bound by its pipeline entry. */
-	const auto &meters = dir == VASK_P4_MEP_INGRESS
-		? softcard->engines[VASK_P4_MEP_INGRESS].outputs
-		: softcard->pipeline.tx_meters;
-	const uint32_t hw_meter_id = meters[port_sfi].load(std::memory_order_relaxed);
-	return hw_meter_id < SOFTCARD_METERS ? hw_meter_id : 0;
+	return softcard_engine_check(dir, port_sfi, SOFTCARD_PORTS) == 0
+		? softcard->ports[port_sfi].meter[dir].load(std::memory_order_relaxed)
+		: 0;
 }
 
 int
