@@ -464,6 +464,8 @@ Tables::Remove(rte_flow *rule)
 Verdict
 Classify(const vask_port &port, const std::vector<rte_mbuf *> &pkts, uint16_t queue, int dir)
 {
+	static const softcard_port unbound = {}; /* tables stand without a card, too */
+	const softcard_port *card = softcard_port_of(vask_port_sfi(&port));
 	const unsigned thread = dir == VASK_P4_MEP_INGRESS ? queue : VASK_QUEUES_MAX + queue;
 	softcard_burst burst;
 	vask_flow_verdict said;
@@ -472,8 +474,7 @@ Classify(const vask_port &port, const std::vector<rte_mbuf *> &pkts, uint16_t qu
 	burst.n = pkts.size();
 	std::copy(pkts.begin(), pkts.end(), burst.pkts);
 	vask_rcu_online(port.rcu, thread);
-	vask_flow_classify(
-		&port, softcard_port_of(vask_port_sfi(&port)), queue, dir, &burst, &said);
+	vask_flow_classify(&port, card != nullptr ? card : &unbound, queue, dir, &burst, &said);
 	rte_rcu_qsbr_thread_offline(port.rcu, thread);
 	for (size_t i = 0; i < pkts.size(); i++) {
 		verdict.hw_meter_id[i] = said.metered ? burst.hw_meter_id[i] : 0;

@@ -103,10 +103,10 @@ void
 deliver(struct vask_queue *q, struct rte_mbuf *const *pkts, uint16_t n)
 {
 	const uint16_t port_id = q->port_id;
-	uint64_t bytes = 0;
+	uint32_t bytes = 0; /* no burst comes near 4 GiB */
 
 	/* all that an idle port does with a packet: counting the turns would be half of it */
-#pragma GCC unroll 4
+#pragma GCC unroll 8
 	for (uint32_t i = 0; i < n; i++) {
 		pkts[i]->port = port_id;
 		bytes += pkts[i]->pkt_len;
@@ -116,7 +116,7 @@ deliver(struct vask_queue *q, struct rte_mbuf *const *pkts, uint16_t n)
 }
 
 /* Packets from other queues: they have been policed there. */
-uint16_t
+__rte_noinline uint16_t
 rx_handed_over(struct vask_queue *q, struct rte_mbuf **pkts, uint16_t n)
 {
 	if (q->handover == nullptr || rte_ring_empty(q->handover))
@@ -148,17 +148,13 @@ rx_policed(struct vask_queue *q, uint16_t uplink, uint16_t n)
 	return got;
 }
 
-uint16_t
-rx_direct(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
+/* Reads of the uplink, as many as the application has room for. */
+__rte_noinline uint16_t
+rx_policed_all(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
 {
-	uint16_t done = rx_handed_over(q, pkts, n);
+	uint16_t done = 0;
 
-	if (q->port->rss.load(std::memory_order_relaxed) == nullptr && vask_police_idle(q)) {
-		done += rte_eth_rx_burst(uplink, q->id, &pkts[done], n - done);
-		deliver(q, pkts, done);
-		return done;
-	}
-	for (uint16_t room = n - done; room > 0;) {
+	for (uint16_t room = n; room > 0;) {
 		const uint16_t want = RTE_MIN(room, SOFTCARD_BURST_MAX);
 		const uint16_t got = rx_policed(q, uplink, want);
 
@@ -168,11 +164,10 @@ rx_direct(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 		if (got < want)
 			break;
 	}
-	deliver(q, pkts, done);
 	return done;
 }
 
-uint16_t
+__rte_noinline uint16_t
 rx_shaped(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
 {
 	struct softcard_burst *b = &q->burst;
@@ -189,22 +184,35 @@ rx_shaped(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_
 			got = rx_policed(q, uplink, want);
 		softcard_queue_put(q->shaper, b->pkts, b->now_ns, b->n);
 	}
-	n = shaper_get(q, got == 0 && q->port->clock.capture, pkts, n);
-	deliver(q, pkts, n);
-	return n;
+	return shaper_get(q, got == 0 && q->port->clock.capture, pkts, n);
+}
+
+/* A port without rules comes this way alone, so that what others need is out of line. */
+__rte_always_inline uint16_t
+rx_any(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
+{
+	uint16_t done = 0;
+
+	if (unlikely(q->shaper != nullptr))
+		return rx_shaped(q, uplink, pkts, n);
+	if (unlikely(q->handover != nullptr))
+		done = rx_handed_over(q, pkts, n);
+	if (likely(q->port->rss.load(std::memory_order_relaxed) == nullptr && vask_police_idle(q)))
+		return done + rte_eth_rx_burst(uplink, q->id, &pkts[done], n - done);
+	return done + rx_policed_all(q, uplink, &pkts[done], n - done);
 }
 
 /*
  * Hands packets to the uplink. Returns how many it took; the others stay the caller's, as long as they were: no
  * offload that lengthens packets is offered.
  */
-uint16_t
+__rte_always_inline uint16_t
 tx_send(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
 {
-	uint64_t bytes = 0;
+	uint32_t bytes = 0;
 
 	/* the uplink may free what it takes, so that lengths are read before */
-#pragma GCC unroll 4
+#pragma GCC unroll 8
 	for (uint32_t i = 0; i < n; i++)
 		bytes += pkts[i]->pkt_len;
 	const uint16_t sent = rte_eth_tx_burst(uplink, q->id, pkts, n);
@@ -216,12 +224,9 @@ tx_send(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t 
 }
 
 /* Sends what is due. False when the uplink left some of it. */
-bool
+__rte_noinline bool
 tx_due(struct vask_queue *q, uint16_t uplink)
 {
-	if (q->due.n == 0)
-		return true;
-
 	const uint16_t sent = tx_send(q, uplink, &q->due.pkts[q->due.first], q->due.n);
 	q->due.first += sent;
 	q->due.n -= sent;
@@ -229,7 +234,7 @@ tx_due(struct vask_queue *q, uint16_t uplink)
 }
 
 /* Sends what the shaper lets go. False when the uplink left some of it. */
-bool
+__rte_noinline bool
 tx_shaped(struct vask_queue *q, uint16_t uplink, bool flush)
 {
 	while (q->due.n == 0) {
@@ -265,43 +270,14 @@ tx_policed(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16
 	return q->due.n == 0;
 }
 
-} // namespace
-
-uint16_t
-vask_rx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
+/* Takes bursts, as long as the uplink has room. */
+__rte_noinline uint16_t
+tx_policed_all(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t n)
 {
-	struct vask_queue *q = static_cast<struct vask_queue *>(queue);
-	const burst_scope scope(q);
-	const uint16_t uplink = scope.uplink(q);
-
-	if (uplink == VASK_UPLINK_NONE)
-		return 0;
-	return q->shaper == nullptr ? rx_direct(q, uplink, pkts, n) : rx_shaped(q, uplink, pkts, n);
-}
-
-uint16_t
-vask_tx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
-{
-	struct vask_queue *q = static_cast<struct vask_queue *>(queue);
-	const burst_scope scope(q);
-	const uint16_t uplink = scope.uplink(q);
 	uint16_t done = 0;
 
-	if (uplink == VASK_UPLINK_NONE || !tx_due(q, uplink))
-		return 0;
-	if (q->shaper != nullptr && !tx_shaped(q, uplink, n == 0 && q->port->clock.capture))
-		return 0;
 	while (done < n) {
 		const uint16_t want = RTE_MIN(static_cast<uint16_t>(n - done), SOFTCARD_BURST_MAX);
-
-		if (vask_police_idle(q)) {
-			const uint16_t taken = tx_send(q, uplink, &pkts[done], want);
-
-			done += taken;
-			if (taken < want)
-				break;
-			continue;
-		}
 		const bool room = tx_policed(q, uplink, &pkts[done], want);
 
 		done += want;
@@ -311,12 +287,47 @@ vask_tx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
 	return done;
 }
 
+} // namespace
+
+uint16_t
+vask_rx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
+{
+	struct vask_queue *q = static_cast<struct vask_queue *>(queue);
+	const burst_scope scope(q);
+	const uint16_t uplink = scope.uplink(q);
+
+	if (unlikely(uplink == VASK_UPLINK_NONE))
+		return 0;
+	n = rx_any(q, uplink, pkts, n);
+	deliver(q, pkts, n);
+	return n;
+}
+
+uint16_t
+vask_tx_burst(void *queue, struct rte_mbuf **pkts, uint16_t n)
+{
+	struct vask_queue *q = static_cast<struct vask_queue *>(queue);
+	const burst_scope scope(q);
+	const uint16_t uplink = scope.uplink(q);
+
+	if (unlikely(uplink == VASK_UPLINK_NONE || (q->due.n > 0 && !tx_due(q, uplink))))
+		return 0;
+	if (unlikely(q->shaper != nullptr) &&
+		!tx_shaped(q, uplink, n == 0 && q->port->clock.capture))
+		return 0;
+	if (likely(vask_police_idle(q)))
+		return tx_send(q, uplink, pkts, n);
+	return tx_policed_all(q, uplink, pkts, n);
+}
+
 void
 vask_tx_flush(struct vask_queue *q)
 {
 	const burst_scope scope(q);
 	const uint16_t uplink = scope.uplink(q);
 
-	if (uplink != VASK_UPLINK_NONE && tx_due(q, uplink) && q->shaper != nullptr)
+	if (uplink == VASK_UPLINK_NONE || (q->due.n > 0 && !tx_due(q, uplink)))
+		return;
+	if (q->shaper != nullptr)
 		tx_shaped(q, uplink, true);
 }
