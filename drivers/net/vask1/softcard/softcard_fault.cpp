@@ -141,10 +141,10 @@ softcard_fault_take(enum softcard_operation op)
 static std::string_view
 field_take(std::string_view *rest)
 {
-	const size_t end = std::min(rest->find(':'), rest->size());
-	const std::string_view field(rest->data(), end);
+	const char *end = std::find(rest->begin(), rest->end(), ':');
+	const std::string_view field(rest->begin(), end - rest->begin());
 
-	rest->remove_prefix(std::min(end + 1, rest->size()));
+	rest->remove_prefix(std::min(field.size() + 1, rest->size()));
 	return field;
 }
 
