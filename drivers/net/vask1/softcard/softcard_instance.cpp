@@ -100,12 +100,9 @@ drop_colors_set(struct softcard_meter &meter, uint8_t drop_colors)
  * profile and policy if nobody needed them yet.
  */
 static void
-meter_refresh(struct softcard_engine &engine, const struct softcard_inst &inst,
-	struct softcard_meter &meter)
+meter_refresh(struct softcard_profile &profile, struct softcard_policy &policy,
+	const struct softcard_inst &inst, struct softcard_meter &meter)
 {
-	struct softcard_profile &profile = engine.profiles[inst.profile_id];
-	struct softcard_policy &policy = engine.policies[inst.policy_id];
-
 	meter.flags = 0;
 	if (!inst.valid || !profile.record.valid || !policy.record.valid)
 		return;
@@ -136,10 +133,12 @@ softcard_meter_set_refresh(int dir, const struct softcard_meter_set *set)
 	for (uint32_t word = 0; word < set->bits.size(); word++)
 		for (uint64_t bits = set->bits[word]; bits != 0; bits &= bits - 1) {
 			const uint32_t hw_meter_id = word * 64 + rte_bsf64(bits);
+			const struct softcard_inst &inst = engine.insts[hw_meter_id];
 			struct softcard_meter &meter = engine.meters[hw_meter_id];
 			const softcard_meter_hold hold(engine.guard, meter.lock);
 
-			meter_refresh(engine, engine.insts[hw_meter_id], meter);
+			meter_refresh(engine.profiles[inst.profile_id],
+				engine.policies[inst.policy_id], inst, meter);
 		}
 }
 
@@ -176,6 +175,8 @@ softcard_meter_inst_write(
 	struct softcard_engine &engine = softcard->engines[dir];
 	struct softcard_meter &meter = engine.meters[hw_meter_id];
 	struct softcard_inst &entry = engine.insts[hw_meter_id];
+	struct softcard_profile &profile = engine.profiles[inst->profile_id];
+	struct softcard_policy &policy = engine.policies[inst->policy_id];
 	const bool fresh = inst->valid && !entry.valid;
 
 	inst_leave(engine, hw_meter_id, entry);
@@ -187,17 +188,16 @@ softcard_meter_inst_write(
 	entry.stats_bytes_type = inst->stats_bytes_type;
 	entry.stats_pkts_type = inst->stats_pkts_type;
 	if (entry.valid) {
-		meter_set_add(&engine.profiles[entry.profile_id].users, hw_meter_id);
-		meter_set_add(&engine.policies[entry.policy_id].users, hw_meter_id);
+		meter_set_add(&profile.users, hw_meter_id);
+		meter_set_add(&policy.users, hw_meter_id);
 	}
-
 	if (fresh)
 		entry.rate = {};
 
 	const softcard_meter_hold hold(engine.guard, meter.lock);
 	if (fresh)
 		meter_reset(meter);
-	meter_refresh(engine, entry, meter);
+	meter_refresh(profile, policy, entry, meter);
 	return 0;
 }
 
