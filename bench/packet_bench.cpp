@@ -354,7 +354,7 @@ main(int argc, char **argv)
 		instructions_or_time(benchmark::RegisterBenchmark(s.name.c_str(),
 					     [=](benchmark::State &bench) { forward(bench, s); })
 					     ->UseManualTime(),
-			0.1, 1);
+			s.changes ? 0.3 : 0.1, 1);
 	}
 	benchmark::Initialize(&argc, argv);
 	if (benchmark::ReportUnrecognizedArguments(argc, argv))

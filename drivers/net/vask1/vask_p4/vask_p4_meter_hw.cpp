@@ -203,8 +203,11 @@ stats_type(uint32_t four_bits, uint32_t unchanged)
 	return four_bits != 0 ? __builtin_ctz(four_bits) + 1 : unchanged;
 }
 
-/* The two never overlap: told so, the compiler writes the fields of a word at once. */
-void
+/*
+ * The two never overlap: told so, and out of line, the compiler writes the fields of a word at once. Written one by
+ * one they keep whoever reads the word waiting.
+ */
+__rte_noinline void
 vask_p4_meter_convert_inst(const struct vask_p4_meter_cfg_node *meter_node,
 	struct vask_p4_mep_meter_inst_table *__restrict inst)
 {
