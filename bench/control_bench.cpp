@@ -272,7 +272,7 @@ time_walk(benchmark::State &bench, const Head *list, const control_state &state)
 static void
 configure(benchmark::internal::Benchmark *bench)
 {
-	instructions_or_time(bench->UseManualTime(), 0.01, 64);
+	instructions_or_time(bench->UseManualTime(), 0.007, 64);
 }
 
 static void
