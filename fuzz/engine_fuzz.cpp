@@ -312,7 +312,7 @@ SendBurst(Input &in, World *world)
 		want_mtu |= uint64_t{world->mtu != 0 &&
 				    before[i].size() > world->mtu + 14u + 4u * fuzz_tags(before[i])}
 			<< i;
-	FUZZ_CHECK(softcard_mtu_burst(SFI, &burst) == want_mtu);
+	FUZZ_CHECK(softcard_mtu_burst(softcard_port_of(SFI), &burst) == want_mtu);
 	const uint16_t n = burst.n;
 	FUZZ_CHECK(softcard_burst_drop(&burst, drop | want_mtu) ==
 		__builtin_popcountll(drop | want_mtu));

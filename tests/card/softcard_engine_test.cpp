@@ -262,11 +262,11 @@ TEST_F(Engine, AnMtuAllowsItsHeaderAndFourBytesForEachTag)
 		MakeFrame(Ipv4Bytes(1523, 0, {0x88a8, 0x8100})),
 	};
 	burst = Burst(0, 0, pkts);
-	EXPECT_EQ(softcard_mtu_burst(5, &burst), 0u); /* none written */
+	EXPECT_EQ(softcard_mtu_burst(softcard_port_of(5), &burst), 0u); /* none written */
 	ASSERT_EQ(vask_p4_mep_update_meter_output_by_mtu(5, 1500), 0);
-	EXPECT_EQ(softcard_mtu_burst(5, &burst), 0b101010u);
-	EXPECT_EQ(softcard_mtu_burst(6, &burst), 0u);
-	EXPECT_EQ(softcard_mtu_burst(16384, &burst), 0u);
+	EXPECT_EQ(softcard_mtu_burst(softcard_port_of(5), &burst), 0b101010u);
+	EXPECT_EQ(softcard_mtu_burst(softcard_port_of(6), &burst), 0u);
+	EXPECT_EQ(softcard_port_of(16384), nullptr);
 }
 
 } // namespace

@@ -55,7 +55,7 @@ class Threads : public CardTest
 			for (uint32_t i = 0; i < burst.n; i++)
 				burst.hw_meter_id[i] = softcard_port_meter(dir, i % 4) + i % METERS;
 			uint64_t drop = softcard_meter_burst(dir, &burst);
-			drop |= softcard_mtu_burst(5, &burst);
+			drop |= softcard_mtu_burst(softcard_port_of(5), &burst);
 			EXPECT_EQ(drop >> 32, 0u);
 			softcard_burst_drop(&burst, drop);
 			Free(burst);

@@ -18,6 +18,7 @@
 #include <rte_prefetch.h>
 
 #include "softcard.h"
+#include "vask_by_eights.h"
 #include "vask_flow_table.h"
 #include "vask_port.h"
 
@@ -60,13 +61,10 @@ vask_flow_idle(const struct vask_port *port, const struct softcard_port *card, i
 static inline void
 vask_flow_prefetch(const struct vask_port *port, int dir, const struct softcard_burst *burst)
 {
-	const uint32_t n = burst->n;
-
 	if (port->flow[dir]->view.load(std::memory_order_relaxed) == nullptr)
 		return;
-#pragma GCC unroll 4
-	for (uint32_t i = 0; i < n; i++)
-		rte_prefetch0(rte_pktmbuf_mtod(burst->pkts[i], const void *));
+	vask_by_eights(burst->pkts, burst->n,
+		[](const struct rte_mbuf *m) { rte_prefetch0(rte_pktmbuf_mtod(m, const void *)); });
 }
 
 /**

@@ -72,5 +72,5 @@ vask_police(struct vask_queue *q)
 		vask_queue_count(q, VASK_METER_DROPPED_BYTES, b->dropped_bytes);
 		drop(q, dropped, VASK_METER_DROPPED_PACKETS);
 	}
-	drop(q, softcard_mtu_burst(vask_port_sfi(q->port), b), VASK_MTU_DROPPED_PACKETS);
+	drop(q, softcard_mtu_burst(q->card, b), VASK_MTU_DROPPED_PACKETS);
 }

@@ -40,8 +40,9 @@ struct vask_queue {
 	struct softcard_queue *shaper; /* null unless shapers are enforced */
 	/** Receive: packets that rules or RSS send here from other queues; null until there are others. */
 	struct rte_ring *handover;
-	const struct softcard_port *card; /* the port as the card knows it */
-	int dir;                          /* VASK_P4_MEP_INGRESS: receive */
+	/** The port as the card knows it, which it leaves after its queues are gone. */
+	const struct softcard_port *card;
+	int dir; /* VASK_P4_MEP_INGRESS: receive */
 	uint16_t id;
 	uint16_t reader; /* thread of the port's rcu */
 	uint16_t port_id;

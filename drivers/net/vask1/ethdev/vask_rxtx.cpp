@@ -5,6 +5,7 @@
 #include <rte_ring.h>
 
 #include "softcard_shaper.h"
+#include "vask_by_eights.h"
 #include "vask_police.h"
 #include "vask_queue.h"
 #include "vask_rcu.h"
@@ -98,20 +99,6 @@ shaper_get(struct vask_queue *q, bool flush, struct rte_mbuf **pkts, uint16_t n)
 	return done;
 }
 
-/* For the little that an idle port does with a packet: counting the turns would be half of it. */
-template <typename Each>
-void
-by_eights(struct rte_mbuf *const *pkts, uint16_t n, Each each)
-{
-	struct rte_mbuf *const *const end = pkts + n;
-
-	for (; end - pkts >= 8; pkts += 8)
-		for (int i = 0; i < 8; i++)
-			each(pkts[i]);
-	for (; pkts != end; pkts++)
-		each(*pkts);
-}
-
 /* Makes packets the port's and counts them. */
 void
 deliver(struct vask_queue *q, struct rte_mbuf *const *pkts, uint16_t n)
@@ -119,7 +106,7 @@ deliver(struct vask_queue *q, struct rte_mbuf *const *pkts, uint16_t n)
 	const uint16_t port_id = q->port_id;
 	uint32_t bytes = 0; /* no burst comes near 4 GiB */
 
-	by_eights(pkts, n, [&](struct rte_mbuf *m) {
+	vask_by_eights(pkts, n, [&](struct rte_mbuf *m) {
 		m->port = port_id;
 		bytes += m->pkt_len;
 	});
@@ -224,7 +211,7 @@ tx_send(struct vask_queue *q, uint16_t uplink, struct rte_mbuf **pkts, uint16_t 
 	uint32_t bytes = 0;
 
 	/* the uplink may free what it takes, so that lengths are read before */
-	by_eights(pkts, n, [&](const struct rte_mbuf *m) { bytes += m->pkt_len; });
+	vask_by_eights(pkts, n, [&](const struct rte_mbuf *m) { bytes += m->pkt_len; });
 	const uint16_t sent = rte_eth_tx_burst(uplink, q->id, pkts, n);
 	for (uint16_t i = sent; i < n; i++)
 		bytes -= pkts[i]->pkt_len;

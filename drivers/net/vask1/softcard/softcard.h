@@ -63,7 +63,10 @@ int softcard_meter_inst_write(
 /** Clears an engine's meter instance, counters included. Results as of softcard_meter_inst_write(). */
 int softcard_meter_inst_clear(int dir, uint32_t hw_meter_id);
 
-/** What the card does with all the packets of a source port. Any thread may load it, each burst does. */
+/**
+ * What the card does with all the packets of a source port. Any thread may load it; each burst does, and comes by one
+ * cache line.
+ */
 struct alignas(uint64_t) softcard_port {
 	/**
 	 * The hardware meter bound to the port's whole traffic in each direction, or 0. Ingress: the meter output
@@ -132,7 +135,7 @@ uint64_t softcard_meter_burst(int dir, struct softcard_burst *burst);
  *
  * @return one bit for each frame that is to be dropped, bit i for packet i.
  */
-uint64_t softcard_mtu_burst(uint16_t port_sfi, const struct softcard_burst *burst);
+uint64_t softcard_mtu_burst(const struct softcard_port *port, const struct softcard_burst *burst);
 
 /**
  * Frees the packets whose bits are set and closes the others up in all arrays, in order.

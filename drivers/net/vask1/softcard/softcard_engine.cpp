@@ -214,10 +214,9 @@ softcard_meter_burst(int dir, struct softcard_burst *burst)
 }
 
 uint64_t
-softcard_mtu_burst(uint16_t port_sfi, const struct softcard_burst *burst)
+softcard_mtu_burst(const struct softcard_port *port, const struct softcard_burst *burst)
 {
-	const struct softcard_port *port = softcard_port_of(port_sfi);
-	const uint32_t mtu = port == nullptr ? 0 : port->mtu.load(std::memory_order_relaxed);
+	const uint32_t mtu = port->mtu.load(std::memory_order_relaxed);
 	if (mtu == 0)
 		return 0;
 

@@ -141,8 +141,8 @@ softcard_fault_take(enum softcard_operation op)
 static std::string_view
 field_take(std::string_view *rest)
 {
-	const char *end = std::find(rest->begin(), rest->end(), ':');
-	const std::string_view field(rest->begin(), end - rest->begin());
+	const auto end = std::find(rest->begin(), rest->end(), ':');
+	const std::string_view field(rest->begin(), end);
 
 	rest->remove_prefix(std::min(field.size() + 1, rest->size()));
 	return field;

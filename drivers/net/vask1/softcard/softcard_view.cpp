@@ -121,8 +121,8 @@ softcard_view_port(uint16_t port_sfi, struct softcard_port_view *view)
 	if (rc != 0)
 		return rc;
 
-	view->rx_meter = softcard->ports[port_sfi].meter[VASK_P4_MEP_INGRESS];
-	view->mtu = softcard->ports[port_sfi].mtu;
+	view->rx_meter = softcard_port_meter(VASK_P4_MEP_INGRESS, port_sfi);
+	view->mtu = softcard->ports[port_sfi].mtu.load(std::memory_order_relaxed);
 	view->tx_entry = softcard->pipeline.tx_ports[port_sfi];
 	view->tx_meter = view->tx_entry.metering_info0;
 	return 0;
