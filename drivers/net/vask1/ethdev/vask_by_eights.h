@@ -7,9 +7,7 @@
  * Work on each packet of a burst that is so little that counting the packets would be half of it.
  */
 
-#include <cstddef>
 #include <cstdint>
-#include <utility>
 
 struct rte_mbuf;
 
@@ -24,12 +22,16 @@ vask_by_eights(struct rte_mbuf *const *pkts, uint32_t n, Each each)
 {
 	struct rte_mbuf *const *const end = pkts + n;
 
-	for (; end - pkts >= 8; pkts += 8)
-		[&]<size_t... I>(std::index_sequence<I...>)
-		{
-			(each(pkts[I]), ...);
-		}
-	(std::make_index_sequence<8>());
+	for (; end - pkts >= 8; pkts += 8) {
+		each(pkts[0]);
+		each(pkts[1]);
+		each(pkts[2]);
+		each(pkts[3]);
+		each(pkts[4]);
+		each(pkts[5]);
+		each(pkts[6]);
+		each(pkts[7]);
+	}
 	for (; pkts != end; pkts++)
 		each(*pkts);
 }

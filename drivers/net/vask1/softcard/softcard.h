@@ -83,7 +83,7 @@ const struct softcard_port *softcard_port_of(uint16_t port_sfi);
 uint32_t softcard_port_meter(int dir, uint16_t port_sfi);
 
 /**
- * Forgets what the tables hold for a source port that is gone: meter outputs, MTU, transmit input-port entry
+ * Forgets what the tables hold for a source port that is gone: meter output, MTU, transmit input-port entry
  * and port shaper. No packet of that port may be under way. 0, -ERANGE or -ENODEV.
  */
 int softcard_port_clear(uint16_t port_sfi);

@@ -177,8 +177,7 @@ softcard_port_clear(uint16_t port_sfi)
 	struct vask_shaper_set_info shaper_off = {};
 
 	shaper_off.sfi = port_sfi;
-	for (int dir : {VASK_P4_MEP_INGRESS, VASK_P4_MEP_EGRESS})
-		softcard_output_write(dir, port_sfi, 0);
+	softcard_output_write(VASK_P4_MEP_INGRESS, port_sfi, 0);
 	softcard_mtu_write(port_sfi, 0);
 	softcard_tx_port_write(port_sfi, &no_entry);
 	softcard_port_shaper_write(&shaper_off);
